@@ -1,0 +1,11 @@
+// Frame pass-through copies.
+#pragma once
+
+#include "vai_export.h"
+#include "vai_types.h"
+
+// Copies every plane of every image of `in` to `out` (destination first). Returns 0, 4 when the image
+// counts differ, 10 for a null array. Mismatched images and planes are skipped with a message.
+VAI_EXPORT int CopyImage(vAIPROC::VAI_IMG_* out, vAIPROC::VAI_IMG_* in);
+// Null-checked block copy: 0, or 10 for a null pointer.
+VAI_EXPORT int CopyImage(void* out, void* in, unsigned int size);

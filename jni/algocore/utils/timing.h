@@ -1,0 +1,12 @@
+// Monotonic time stamps and waits for the back-ends' elapsed-time lines.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+
+#include "vai_export.h"
+
+VAI_EXPORT timespec util_get_timestamp();
+// Microseconds from `start` to `end` (negative when `end` is earlier).
+VAI_EXPORT int64_t util_get_timestamp_diff_us(timespec start, timespec end);
+VAI_EXPORT int sleep_ms(unsigned int ms);
