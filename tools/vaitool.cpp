@@ -1,6 +1,7 @@
 // vaitool: runs a raw clip through libVideoAIProc's entry points and writes the result.
 //
 //   vaitool [--input FILE] [--output FILE] [--width W] [--height H] [--bits B] [--mode M] [--frames N]
+//           [--log-level L]
 //
 // Without --input it synthesises a short clip, so the tool does something real out of the box.
 #include <sys/stat.h>
@@ -23,6 +24,7 @@ struct Options {
     ClipFormat fmt{640, 480, 10};
     int mode = 0;
     int frames = 5;  // synthesised clip only
+    int logLevel = -1;  // -1: leave the library's default
 };
 
 const int kSupportedModes[] = {0};
@@ -30,11 +32,11 @@ const int kSupportedModes[] = {0};
 void Usage(FILE* to) {
     std::fprintf(to,
                  "usage: vaitool [--input FILE] [--output FILE] [--width W] [--height H] [--bits B]\n"
-                 "               [--mode M] [--frames N]\n"
+                 "               [--mode M] [--frames N] [--log-level L]\n"
                  "  Runs a raw semi-planar clip (luma plane, then interleaved chroma at half size; 8-bit\n"
                  "  samples, or 16-bit little-endian MSB-aligned when B > 8) through the library.\n"
                  "  Defaults: synthesised 640x480 10-bit clip of 5 frames, mode 0 (bypass),\n"
-                 "  output vaitool_out.yuv.\n");
+                 "  output vaitool_out.yuv. --log-level sets the library's log threshold (0 silent .. 5).\n");
 }
 
 bool ParseInt(const char* text, int lo, int hi, int& out) {
@@ -74,6 +76,8 @@ int ParseArgs(int argc, char** argv, Options& opt) {
             ok = ParseInt(v, -2147483647, 2147483647, opt.mode);
         } else if (a == "--frames") {
             ok = ParseInt(v, 1, 100000, opt.frames);
+        } else if (a == "--log-level") {
+            ok = ParseInt(v, 0, 255, opt.logLevel);
         } else {
             std::fprintf(stderr, "error: unknown option %s\n", a.c_str());
             Usage(stderr);
@@ -100,6 +104,7 @@ int main(int argc, char** argv) {
     Options opt;
     if (int rc = ParseArgs(argc, argv, opt)) return rc < 0 ? 0 : rc;
 
+    if (opt.logLevel >= 0) g_log_level = static_cast<unsigned char>(opt.logLevel);
     if (!ModeSupported(opt.mode)) {
         std::fprintf(stderr, "error: mode %d is not supported by vaitool (supported: 0 = bypass)\n", opt.mode);
         return 2;
@@ -172,7 +177,8 @@ int main(int argc, char** argv) {
     const bool writeOk = std::fclose(out) == 0;
 
     std::printf("vaitool: %s, mode %d (%s), %d frames of %dx%d %d-bit -> %s\n",
-                opt.input.empty() ? "synthesised clip" : opt.input.c_str(), opt.mode, Video_AI_Proc_GetVersion(opt.mode),
+                opt.input.empty() ? "synthesised clip" : opt.input.c_str(), opt.mode,
+                opt.mode == 0 ? "bypass" : Video_AI_Proc_GetVersion(opt.mode),
                 frameCount, opt.fmt.width, opt.fmt.height, opt.fmt.bits, opt.output.c_str());
     std::printf("frames failed: %d, frames identical to input: %d/%d\n", failures, unchanged, frameCount);
     if (!writeOk) {

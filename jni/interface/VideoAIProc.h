@@ -28,3 +28,6 @@ VAI_EXPORT int Video_AI_Proc_Uninit(void* handle);
 
 // Process-wide algorithm mode, written by Video_AI_Proc_Init.
 extern VAI_EXPORT int32_t g_algo_mode;
+// Log threshold of the library (0 silent, 1 errors (default) .. 5 verbose); back-ends overwrite it with
+// their configuration's "LogLevel" at initialisation.
+extern VAI_EXPORT unsigned char g_log_level;
