@@ -112,6 +112,18 @@ TEST_F(EntryPointsTest, DispatchTable) {
     }
 }
 
+// Mode 1 has no model stage: those two entry points keep treating it as unsupported, while the
+// version comes from the Qualcomm back-end whatever the current mode is.
+TEST_F(EntryPointsTest, QualcommModeHasNoModelStage) {
+    SelectMode(1);
+    EXPECT_EQ(Video_AI_Model_Init(handle_, &init_), 0);
+    EXPECT_EQ(Video_AI_Model_Uninit(handle_), 0);
+    EXPECT_EQ(log_.Texts(), (std::vector<std::string>{Unsupported(1), Unsupported(1)}));
+    SelectMode(5);
+    EXPECT_STREQ(Video_AI_Proc_GetVersion(1), "QCOM_Video_AINR_YUV_v0.0.2");
+    EXPECT_TRUE(log_.Lines().empty());
+}
+
 TEST_F(EntryPointsTest, NullArgumentStatuses) {
     for (int32_t mode : {0, 5}) {
         SelectMode(mode);

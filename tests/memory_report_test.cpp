@@ -208,10 +208,21 @@ TEST_F(ReportTest, NothingIsCheckedWithTracingOff) {
     AM::sNativeUsingSize = 0;
 }
 
-using FinalCheckDeathTest = MemoryTraceTest;
+// Death tests re-execute the binary in the threadsafe style; under a user-mode emulator that exec
+// fails, so there the child is forked as it is.
+class FinalCheckDeathTest : public MemoryTraceTest {
+protected:
+    void SetUp() override {
+#ifdef VAI_TEST_UNDER_EMULATOR
+        GTEST_FLAG_SET(death_test_style, "fast");
+#else
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+#endif
+        MemoryTraceTest::SetUp();
+    }
+};
 
 TEST_F(FinalCheckDeathTest, LeakedBlockAbortsAfterTheReport) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     StartTracing();
     void* block = Native::malloc(64, kFile, kLine);
     EXPECT_DEATH(AM::memFinalCheck(),
@@ -221,7 +232,6 @@ TEST_F(FinalCheckDeathTest, LeakedBlockAbortsAfterTheReport) {
 }
 
 TEST_F(FinalCheckDeathTest, LeakedHardwareBufferAborts) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     StartTracing();
     vemo::AlgoMemInfo buffer;
     buffer.size = 4096;
@@ -233,7 +243,6 @@ TEST_F(FinalCheckDeathTest, LeakedHardwareBufferAborts) {
 }
 
 TEST_F(FinalCheckDeathTest, LeftOverGlObjectAborts) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     StartTracing();
     AM::sGLProgramMap[3] = {3, "gl.cpp", 8};
     EXPECT_DEATH(AM::memFinalCheck(), "retProgram:SDK_OUT_OF_MEMORY_ERR.*Memory leak! Please check memory!");

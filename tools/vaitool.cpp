@@ -1,7 +1,7 @@
 // vaitool: runs a raw clip through libVideoAIProc's entry points and writes the result.
 //
 //   vaitool [--input FILE] [--output FILE] [--width W] [--height H] [--bits B] [--mode M] [--frames N]
-//           [--log-level L]
+//           [--log-level L] [--config FILE] [--model FILE] [--project NAME] [--iso N]
 //
 // Without --input it synthesises a short clip, so the tool does something real out of the box.
 #include <sys/stat.h>
@@ -25,18 +25,27 @@ struct Options {
     int mode = 0;
     int frames = 5;  // synthesised clip only
     int logLevel = -1;  // -1: leave the library's default
+    // Mode 1: configuration file, one model for every camera type, project, frame gain.
+    std::string config;
+    std::string model;
+    std::string project = "DemoProject";
+    int iso = 100;
 };
 
-const int kSupportedModes[] = {0};
+const int kSupportedModes[] = {0, 1};
 
 void Usage(FILE* to) {
     std::fprintf(to,
                  "usage: vaitool [--input FILE] [--output FILE] [--width W] [--height H] [--bits B]\n"
-                 "               [--mode M] [--frames N] [--log-level L]\n"
+                 "               [--mode M] [--frames N] [--log-level L] [--config FILE] [--model FILE]\n"
+                 "               [--project NAME] [--iso N]\n"
                  "  Runs a raw semi-planar clip (luma plane, then interleaved chroma at half size; 8-bit\n"
                  "  samples, or 16-bit little-endian MSB-aligned when B > 8) through the library.\n"
                  "  Defaults: synthesised 640x480 10-bit clip of 5 frames, mode 0 (bypass),\n"
-                 "  output vaitool_out.yuv. --log-level sets the library's log threshold (0 silent .. 5).\n");
+                 "  output vaitool_out.yuv. --log-level sets the library's log threshold (0 silent .. 5).\n"
+                 "  Mode 1 (Qualcomm YUV) needs --config and --model, and the runtime named by\n"
+                 "  VAI_PXRT_LIBRARY; --project selects the configuration's project (DemoProject),\n"
+                 "  --iso the frames' gain (100).\n");
 }
 
 bool ParseInt(const char* text, int lo, int hi, int& out) {
@@ -78,6 +87,15 @@ int ParseArgs(int argc, char** argv, Options& opt) {
             ok = ParseInt(v, 1, 100000, opt.frames);
         } else if (a == "--log-level") {
             ok = ParseInt(v, 0, 255, opt.logLevel);
+        } else if (a == "--config") {
+            opt.config = v;
+        } else if (a == "--model") {
+            opt.model = v;
+        } else if (a == "--project") {
+            opt.project = v;
+            ok = !opt.project.empty() && opt.project.size() <= 16;
+        } else if (a == "--iso") {
+            ok = ParseInt(v, 0, 10000000, opt.iso);
         } else {
             std::fprintf(stderr, "error: unknown option %s\n", a.c_str());
             Usage(stderr);
@@ -106,7 +124,13 @@ int main(int argc, char** argv) {
 
     if (opt.logLevel >= 0) g_log_level = static_cast<unsigned char>(opt.logLevel);
     if (!ModeSupported(opt.mode)) {
-        std::fprintf(stderr, "error: mode %d is not supported by vaitool (supported: 0 = bypass)\n", opt.mode);
+        std::fprintf(stderr,
+                     "error: mode %d is not supported by vaitool (supported: 0 = bypass, 1 = Qualcomm YUV)\n",
+                     opt.mode);
+        return 2;
+    }
+    if (opt.mode == 1 && (opt.config.empty() || opt.model.empty())) {
+        std::fprintf(stderr, "error: mode 1 needs --config and --model\n");
         return 2;
     }
 
@@ -141,13 +165,27 @@ int main(int argc, char** argv) {
 
     vAIPROC::InitParams_ init{};
     init.algo_mode = opt.mode;
+    // project_name is a 16-byte field, not necessarily terminated.
+    std::memcpy(init.project_name, opt.project.data(), opt.project.size());
+    for (const char*& path : init.model_path) path = opt.model.c_str();
+    init.cfg_path = opt.config.c_str();
     void* handle = Video_AI_Proc_Init(&init);
     // Bypass creates no instance, yet processing wants a non-null handle.
     static int bypassToken;
     if (handle == nullptr && opt.mode == 0) handle = &bypassToken;
+    if (handle == nullptr) {
+        std::fprintf(stderr, "error: initialisation of mode %d failed (see the log)\n", opt.mode);
+        if (in) std::fclose(in);
+        std::fclose(out);
+        return 1;
+    }
+    // The configuration's log level replaces the library's at initialisation; the option wins.
+    if (opt.logLevel >= 0) g_log_level = static_cast<unsigned char>(opt.logLevel);
 
     Frame source(opt.fmt), result(opt.fmt);
     vAIPROC::ProcParams_ params{};
+    params.iso = static_cast<float>(opt.iso);
+    params.drc_gain = 1.0f;
     int failures = 0, unchanged = 0;
     for (int f = 0; f < frameCount; ++f) {
         if (in != nullptr) {

@@ -3,6 +3,7 @@
 
 #include "dispatch.h"
 #include "image_copy.h"
+#include "qcom_vainr_yuv_proc_sat.h"
 #include "status_code.h"
 #include "vai_log.h"
 
@@ -55,6 +56,9 @@ int Release(void*) { return SDK_SUCCESS; }
 constexpr Backend kBackends[] = {
     {vAIPROC::VAI_ALGO_MODE_BYPASS, bypass::GetVersion, bypass::Init, bypass::ModelInit, bypass::Process,
      bypass::Release, bypass::Release},
+    // Models are loaded at init and switched in the background: no model stage.
+    {vAIPROC::VAI_ALGO_MODE_QCOM_YUV, QCOM_VAINR_YUV_PROC::VAINR_GetVersion, QCOM_VAINR_YUV_PROC::VAINR_Init,
+     nullptr, QCOM_VAINR_YUV_PROC::VAINR_Process, nullptr, QCOM_VAINR_YUV_PROC::VAINR_Uninit},
 };
 
 const Backend* FindBackend(int32_t mode) {

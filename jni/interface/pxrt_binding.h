@@ -1,0 +1,29 @@
+// Loading and unloading the inference runtime; the handle and factory pointers are process-wide.
+#pragma once
+
+#include <cstdint>
+
+#include "pxrt_interface.h"
+#include "vai_export.h"
+
+extern VAI_EXPORT void* g_hDllLib;
+extern VAI_EXPORT PXRTCreateInterpreterFn mPXRTCreateInterpreterFunc;
+extern VAI_EXPORT PXRTCreateTensorFn mPXRTCreateInTensorFunc;
+extern VAI_EXPORT PXRTCreateTensorFn mPXRTCreateOutTensorFunc;
+// Inline-mode switch of the MediaTek YUV back-end.
+extern VAI_EXPORT uint8_t g_is_inline_mode;
+
+namespace vai {
+
+// Where the runtime is loaded from. Host builds honour VAI_PXRT_LIBRARY, read at every call.
+const char* PxrtLibraryPath();
+
+// dlopen + dlsym of the three factories into the globals, with the binding's log lines. On a missing
+// symbol the library is closed again and the handle cleared; the factory pointers keep what dlsym
+// returned. False on failure.
+bool PxrtLoad();
+
+// dlclose, then clears the handle and the factory pointers. Nothing when not loaded.
+void PxrtUnload();
+
+}  // namespace vai

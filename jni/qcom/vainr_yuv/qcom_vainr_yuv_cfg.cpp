@@ -1,0 +1,110 @@
+#include "qcom_vainr_yuv_cfg.h"
+
+#include <cstring>
+
+#include "json_utils.h"
+#include "vai_log.h"
+
+using QCOM_VAINR_YUV_PROC::VAINR_CamPars_;
+using QCOM_VAINR_YUV_PROC::VAINR_CfgPars_;
+
+namespace vai {
+namespace qcom {
+
+void SetDefaultCfg(VAINR_CfgPars_* cfg) {
+    static const uint32_t kNr[] = {0, 12, 19, 25, 32, 38, 44, 51};
+    static const uint32_t kChroma[] = {32, 32, 32, 32, 32, 36, 38, 40};
+    // 9200, not 9600, is the tuned value.
+    static const uint32_t kIso[] = {800, 1600, 3200, 6400, 9200, 12800, 19200, 25600};
+    std::memset(cfg, 0, sizeof(*cfg));
+    cfg->processType = 0;
+    cfg->LogLevel = 1;
+    cfg->RearCamNum = 4;
+    cfg->FrontCamNum = 1;
+    cfg->SwitchFrameNum = 7;
+    cfg->DumpRangeIdx = 0;
+    for (int i = 0; i < kMaxCams; ++i) {
+        VAINR_CamPars_& c = cfg->cam[i];
+        c.camIdx = 0;
+        c.processEnable = 1;
+        c.BinNumber = 8;
+        c.BoostValue = 100;
+        std::memcpy(c.NrStrength, kNr, sizeof(kNr));
+        std::memcpy(c.ChromaNrStrength, kChroma, sizeof(kChroma));
+        std::memcpy(c.ISOBinIndex, kIso, sizeof(kIso));
+    }
+}
+
+}  // namespace qcom
+}  // namespace vai
+
+namespace QCOM_VAINR_YUV_PROC {
+
+bool LoadVAINRCfg_Qcom(const char* cfg_path, const char* project_name, VAINR_CfgPars_* cfg) {
+    using vai::qcom::kMaxBins;
+    using vai::qcom::kMaxCams;
+    if (cfg_path == nullptr || project_name == nullptr || cfg == nullptr) {
+        VAI_LOGE("UNEXPECTED_NULL in LoadVAINRCfg_Qcom!");
+        return false;
+    }
+    VAI_LOGV("Parse \"%s\" cfg file begin", cfg_path);
+    rapidjson::Document doc;
+    if (!JsonParseFile(cfg_path, doc)) return false;
+
+    const auto name_len = static_cast<rapidjson::SizeType>(strnlen(project_name, vai::qcom::kProjectNameMax));
+    if (!doc.IsObject()) return false;
+    auto project_it = doc.FindMember(rapidjson::Value(rapidjson::StringRef(project_name, name_len)));
+    if (project_it == doc.MemberEnd()) return false;
+    const rapidjson::Value& project = project_it->value;
+    // Logged names are bounded too: the caller's name need not be terminated.
+    const int name_width = static_cast<int>(name_len);
+
+    if (!JsonGet(project, "LogLevel", cfg->LogLevel) || !JsonGet(project, "processType", cfg->processType) ||
+        !JsonGet(project, "DumpRangeIdx", cfg->DumpRangeIdx) ||
+        !JsonGet(project, "FrontCamNum", cfg->FrontCamNum) ||
+        !JsonGet(project, "RearCamNum", cfg->RearCamNum) ||
+        !JsonGet(project, "SwitchFrameNum", cfg->SwitchFrameNum)) {
+        return false;
+    }
+
+    const auto pars_it = project.IsObject() ? project.FindMember("VideoAIProcPars") : project.MemberEnd();
+    if (pars_it == project.MemberEnd() || !pars_it->value.IsArray() || pars_it->value.Empty()) {
+        VAI_LOGE("%.*s project have no \"VideoAIProcPars\" in %s cfg file!", name_width, project_name,
+                 cfg_path);
+        return false;
+    }
+    const rapidjson::Value& pars = pars_it->value;
+
+    // The record has room for five cameras and sixteen bins; larger files are refused, not overrun.
+    const uint64_t cam_num = uint64_t{cfg->RearCamNum} + cfg->FrontCamNum;
+    if (cam_num > kMaxCams) {
+        VAI_LOGE("RearCamNum(%u) + FrontCamNum(%u) exceeds %d cameras in %s cfg file!", cfg->RearCamNum,
+                 cfg->FrontCamNum, kMaxCams, cfg_path);
+        return false;
+    }
+    static const rapidjson::Value kMissing;  // a missing element fails on its first key
+    for (uint32_t i = 0; i < cam_num; ++i) {
+        const rapidjson::Value& elem = i < pars.Size() ? pars[i] : kMissing;
+        VAINR_CamPars_& c = cfg->cam[i];
+        c.camIdx = i;
+        if (!JsonGet(elem, "processEnable", c.processEnable) || !JsonGet(elem, "BoostValue", c.BoostValue) ||
+            !JsonGet(elem, "BinNumber", c.BinNumber)) {
+            return false;
+        }
+        if (c.BinNumber > kMaxBins) {
+            VAI_LOGE("BinNumber(%u) of camera %u exceeds %d bins in %s cfg file!", c.BinNumber, i, kMaxBins,
+                     cfg_path);
+            return false;
+        }
+        const auto bins = static_cast<unsigned char>(c.BinNumber);
+        if (!JsonGetArray(elem, "NrStrength", c.NrStrength, bins) ||
+            !JsonGetArray(elem, "ChromaNrStrength", c.ChromaNrStrength, bins) ||
+            !JsonGetArray(elem, "ISOBinIndex", c.ISOBinIndex, bins)) {
+            return false;
+        }
+    }
+    VAI_LOGV("Parse \"%s\" cfg file end", cfg_path);
+    return true;
+}
+
+}  // namespace QCOM_VAINR_YUV_PROC

@@ -1,0 +1,574 @@
+#include "qcom_vainr_yuv_proc_sat.h"
+
+#include <cinttypes>
+#include <cmath>
+#include <cstdio>
+#include <new>
+#include <thread>
+
+#include "ALGOGalloc.h"
+#include "ALGONativeGalloc.h"
+#include "image_copy.h"
+#include "packing.h"
+#include "pxrt_binding.h"
+#include "status_code.h"
+#include "timing.h"
+#include "vai_log.h"
+
+using vAIPROC::InitParams_;
+using vAIPROC::ProcParams_;
+using vAIPROC::VAI_IMG_;
+
+using QCOM_VAINR_YUV_PROC::VAINR_CamPars_;
+using QCOM_VAINR_YUV_PROC::VAINR_CfgPars_;
+using QCOM_VAINR_YUV_PROC::VAINR_Ctx_;
+
+namespace vai {
+namespace qcom {
+namespace {
+
+constexpr char kVersion[] = "QCOM_Video_AINR_YUV_v0.0.2";
+constexpr int kNullImage = 10;
+constexpr int kDevice = 5;
+constexpr int kSessionFlags = 2048;
+constexpr int32_t kTensorKind = 2;
+constexpr size_t kMaxTensors = 4;  // room in VAI_HANDLE_'s byte-size tables
+
+constexpr const char* BaseName(const char* path) {
+    const char* base = path;
+    for (const char* p = path; *p != '\0'; ++p) {
+        if (*p == '/') base = p + 1;
+    }
+    return base;
+}
+// Labels this file's entries in the memory tracer's reports.
+constexpr const char* kSrcName = BaseName(__FILE__);
+
+PXRT::SessionOptions MakeOptions(const VAINR_CfgPars_& cfg, int cam) {
+    PXRT::SessionOptions options{
+        {"Identity"}, {2, 3, 0}, static_cast<int32_t>(cfg.cam[cam].BoostValue), 0, 0};
+    VAI_LOGV("BoostValue is %d", options.boost);
+    return options;
+}
+
+// CreateSession for camera `cam` into m_session[0]; a zero result with no session counts as failure.
+bool CreateSession(VAINR_Ctx_* ctx, int cam) {
+    const PXRT::SessionOptions options = MakeOptions(ctx->cfg, cam);
+    const int ret = ctx->vai_handle.interpreter->CreateSession(ctx->model_name[cam], kDevice,
+                                                               &ctx->m_session[0], &options, kSessionFlags);
+    if (ret != 0 || ctx->m_session[0] == nullptr) {
+        VAI_LOGE("CreateSession failed, return value:%d, session addr:%p, model path:%s", ret,
+                 ctx->m_session[0], ctx->model_name[cam]);
+        return false;
+    }
+    return true;
+}
+
+// The byte-size tables hold four tensors per session; a model with more is refused.
+bool TensorCountFits(const char* what, size_t count) {
+    if (count <= kMaxTensors) return true;
+    VAI_LOGE("%s reported %zu tensors, more than %zu!", what, count, kMaxTensors);
+    return false;
+}
+
+// Init steps 13-17: session, tensor counts, sizes and tensors, appended to the empty arrays.
+bool OpenSession(VAINR_Ctx_* ctx, int cam) {
+    VAI_HANDLE_& h = ctx->vai_handle;
+    PXRT::Interpreter* interp = h.interpreter.get();
+    if (!CreateSession(ctx, cam)) return false;
+    int ret = interp->GetSessionInputNumber(ctx->m_session[0], &h.m_in_num[0]);
+    if (ret != 0) {
+        VAI_LOGE("GetSessionInputNumber failed, return value:%d", ret);
+        return false;
+    }
+    ret = interp->GetSessionOutputNumber(ctx->m_session[0], &h.m_out_num[0]);
+    if (ret != 0) {
+        VAI_LOGE("GetSessionOutputNumber failed, return value:%d", ret);
+        return false;
+    }
+    if (!TensorCountFits("GetSessionInputNumber", h.m_in_num[0]) ||
+        !TensorCountFits("GetSessionOutputNumber", h.m_out_num[0])) {
+        return false;
+    }
+    for (size_t i = 0; i < h.m_in_num[0]; ++i) {
+        ret = interp->GetSessionInputSize(ctx->m_session[0], i, &h.mInputTensorByteSize[0][i]);
+        if (ret != 0) {
+            VAI_LOGE("GetSessionInputSize failed, return value:%d", ret);
+            return false;
+        }
+        VAI_LOGV("mInputTensorByteSize[%d] %zu", static_cast<int>(i), h.mInputTensorByteSize[0][i]);
+        h.input_tensors[0].emplace_back(
+            mPXRTCreateInTensorFunc(ctx->m_session[0], h.mInputTensorByteSize[0][i], static_cast<int32_t>(i),
+                                    1, kTensorKind, nullptr, -1, 0));
+    }
+    for (size_t i = 0; i < h.m_out_num[0]; ++i) {
+        ret = interp->GetSessionOutputSize(ctx->m_session[0], i, &h.mOutputTensorByteSize[0][i]);
+        if (ret != 0) {
+            VAI_LOGE("GetSessionOutputSize failed, return value:%d", ret);
+            return false;
+        }
+        VAI_LOGV("mOutputTensorByteSize %zu", h.mOutputTensorByteSize[0][i]);
+        h.output_tensors[0].emplace_back(
+            mPXRTCreateOutTensorFunc(ctx->m_session[0], h.mOutputTensorByteSize[0][i],
+                                     static_cast<int32_t>(i), 1, kTensorKind, nullptr, -1, 0));
+    }
+    return true;
+}
+
+// Init steps 4-18 on a fresh instance; false sends the caller to teardown.
+bool BuildInstance(VAINR_Ctx_* ctx, const InitParams_* params) {
+    VAI_HANDLE_& h = ctx->vai_handle;
+    h.interpreter.reset(mPXRTCreateInterpreterFunc());
+    if (!h.interpreter) {
+        VAI_LOGE("interpreter == nullptr");
+        return false;
+    }
+    if (!LoadVAINRCfg_Qcom(params->cfg_path, params->project_name, &ctx->cfg)) {
+        VAI_LOGE("Cfg parse failed in qcom_vainr_yuv_proc!");
+        return false;
+    }
+    const uint32_t dump_idx = ctx->cfg.DumpRangeIdx;
+    ctx->dump_pars.dump_enable = dump_idx != 0;
+    ctx->dump_pars.dump_start = dump_idx / 1000;
+    ctx->dump_pars.dump_end = dump_idx % 1000;
+
+    // Indexes the model names and the camera table: refused rather than read past them.
+    const int cam = params->cam_type;
+    const uint32_t cam_num = ctx->cfg.RearCamNum + ctx->cfg.FrontCamNum;
+    if (cam < 0 || static_cast<uint32_t>(cam) >= cam_num) {
+        VAI_LOGE("cam_type(%d) is out of the configured cameras(%u) in initial function!", cam, cam_num);
+        return false;
+    }
+    ctx->last_cam_type = static_cast<uint32_t>(cam);
+    g_log_level = static_cast<unsigned char>(ctx->cfg.LogLevel);
+
+    for (int i = 0; i < vai::qcom::kMaxCams; ++i) {
+        if (params->model_path[i] != nullptr) {
+            std::snprintf(ctx->model_name[i], sizeof(ctx->model_name[i]), "%s", params->model_path[i]);
+        }
+    }
+    VAI_LOGE("cam_type:%d, model_name:%s, m_session[0]:%p", cam, ctx->model_name[cam], ctx->m_session[0]);
+    if (!OpenSession(ctx, cam)) return false;
+
+    VAI_LOGV("m_in_num[0] and m_out_num[0] of %s are: %zu, %zu", ctx->model_name[cam], h.m_in_num[0],
+             h.m_out_num[0]);
+    VAI_LOGV("pxrt version  %s", h.interpreter->GetVersion());
+    return true;
+}
+
+// The frame's camera type indexes the configuration; one outside it is copied, never read past.
+bool CamInRange(const VAINR_CfgPars_& cfg, int32_t cam) {
+    return cam >= 0 && cam < vai::qcom::kMaxCams &&
+           static_cast<uint32_t>(cam) < cfg.RearCamNum + cfg.FrontCamNum;
+}
+
+// The tensors must hold the packed frame; a smaller one would be written past its end.
+bool TensorsFit(const VAINR_Ctx_& ctx, const VAI_IMG_& out) {
+    const VAI_HANDLE_& h = ctx.vai_handle;
+    const size_t channels = ctx.cfg.processType == 1 ? 6 : 4;
+    const size_t need = static_cast<size_t>(out.width / 2) * static_cast<size_t>(out.height / 2) * channels;
+    const bool present = !h.input_tensors[0].empty() && h.input_tensors[0][0] &&
+                         !h.output_tensors[0].empty() && h.output_tensors[0][0];
+    if (present && h.mInputTensorByteSize[0][0] >= need && h.mOutputTensorByteSize[0][0] >= need) return true;
+    VAI_LOGE("tensors (in:%zu, out:%zu bytes) cannot hold the %dx%d frame (%zu bytes)! execute ALGO_MEMCPY",
+             present ? h.mInputTensorByteSize[0][0] : 0, present ? h.mOutputTensorByteSize[0][0] : 0,
+             out.width, out.height, need);
+    return false;
+}
+
+// Results of the switch routine.
+constexpr int kSwitchSessionFailed = 3;
+constexpr int kSwitchRuntimeFailed = 4;
+
+}  // namespace
+}  // namespace qcom
+}  // namespace vai
+
+namespace QCOM_VAINR_YUV_PROC {
+namespace {
+
+using namespace vai::qcom;
+
+void ModelSwitchThread(VAINR_Ctx_* ctx, int cam) {
+    vai::qcom::ModelSwitch(ctx, cam);
+}
+
+}  // namespace
+
+const char* VAINR_GetVersion() {
+    return kVersion;
+}
+
+void* VAINR_Init(const InitParams_* params) {
+    if (params == nullptr) {
+        VAI_LOGE("Input init pars is nullptr in initial function!");
+        return nullptr;
+    }
+    const timespec t0 = util_get_timestamp();
+    if (!vai::PxrtLoad()) return nullptr;
+
+    auto* ctx = new (std::nothrow) VAINR_Ctx_();
+    if (ctx == nullptr) {
+        VAI_LOGE("VAINR_Ctx_ allocation failed in initial function!");
+        vai::PxrtUnload();
+        return nullptr;
+    }
+    vai::qcom::SetDefaultCfg(&ctx->cfg);
+    vemo::Native::create(ctx, sizeof(*ctx), kSrcName, 128);
+
+    bool built = false;
+    try {
+        built = BuildInstance(ctx, params);
+    } catch (const std::exception& e) {
+        VAI_LOGE("initial function failed: %s", e.what());
+    }
+    if (!built) {
+        VAINR_Uninit(ctx);
+        return nullptr;
+    }
+    VAI_LOGV("init elapsed time is %ldus",
+             static_cast<long>(util_get_timestamp_diff_us(t0, util_get_timestamp())));
+    return ctx;
+}
+
+int VAINR_Uninit(void* handle) {
+    if (handle == nullptr) {
+        VAI_LOGE("Input handle is nullptr in uninit!");
+        return SDK_UNINIT_ERROR;
+    }
+    auto* ctx = static_cast<VAINR_Ctx_*>(handle);
+    const timespec t0 = util_get_timestamp();
+
+    // A running switch still creates tensors through the runtime: it ends before the runtime is closed.
+    while (ctx->switch_done.load(std::memory_order_acquire) == 0) {
+        VAI_LOGE("On model switching! Wait in VAINR_Uninit!");
+        std::this_thread::yield();
+    }
+    // Closed before its objects are released, which still run its code: the runtime must stay mapped
+    // (as a system library does) while any of them lives.
+    vai::PxrtUnload();
+
+    VAI_HANDLE_& h = ctx->vai_handle;
+    if (!h.input_tensors[0].empty() && h.m_in_num[0] != 0) {
+        for (size_t i = 0; i < h.m_in_num[0] && i < h.input_tensors[0].size(); ++i)
+            h.input_tensors[0][i].reset();
+    }
+    if (!h.output_tensors[0].empty() && h.m_out_num[0] != 0) {
+        for (size_t i = 0; i < h.m_out_num[0] && i < h.output_tensors[0].size(); ++i)
+            h.output_tensors[0][i].reset();
+    }
+    if (h.interpreter) {
+        if (ctx->m_session[0] != nullptr) {
+            h.interpreter->ReleaseSession(ctx->m_session[0]);
+            h.interpreter.reset();
+            ctx->m_session[0] = nullptr;
+        } else {
+            VAI_LOGW("runtime session is nullptr in uninit!");
+            h.interpreter.reset();
+        }
+    } else {
+        VAI_LOGE("interpreter is nullptr in uninit!");
+    }
+    vemo::AlgorithmMemory::nativeMemDec(vemo::AlgorithmMemory::mapDelete(ctx, kSrcName, 558));
+    delete ctx;
+    VAI_LOGV("uninit elapsed time is %ldus",
+             static_cast<long>(util_get_timestamp_diff_us(t0, util_get_timestamp())));
+    return SDK_SUCCESS;
+}
+
+int VAINR_Process(void* handle, VAI_IMG_* out, VAI_IMG_* in, const ProcParams_* params) {
+    if (handle == nullptr || params == nullptr) {
+        VAI_LOGE("input handle or params is nullptr in processing function!");
+        return SDK_UNINIT_ERROR;
+    }
+    if (out == nullptr || in == nullptr) {
+        VAI_LOGE("input image is nullptr in processing!");
+        return kNullImage;
+    }
+    auto* ctx = static_cast<VAINR_Ctx_*>(handle);
+    VAI_LOGV("input buffer: addr=%p, height=%d, width=%d, stride=%d, slice=%d, planseSize=%d, fd=%d\n",
+             in->plane_addr[0], in->height, in->width, in->stride[0], in->slice[0],
+             static_cast<int>(in->plane_size[0]), in->fd[0]);
+    VAI_LOGV("output buffer: addr=%p, height=%d, width=%d, stride=%d, slice=%d, planseSize=%d, fd=%d\n",
+             out->plane_addr[0], out->height, out->width, out->stride[0], out->slice[0],
+             static_cast<int>(out->plane_size[0]), out->fd[0]);
+    const timespec t0 = util_get_timestamp();
+    const int32_t cam = params->cam_type;
+    VAINR_CfgPars_& cfg = ctx->cfg;
+
+    if (!CamInRange(cfg, cam)) {
+        VAI_LOGE(
+            "cam_type(%d) is out of the configured cameras(%u)! execute ALGO_MEMCPY in vAINR_yuv_qcom mode!",
+            cam, cfg.RearCamNum + cfg.FrontCamNum);
+        return CopyImage(out, in);
+    }
+    if (cfg.cam[cam].processEnable == 0) {
+        VAI_LOGE("algo processing is disabled in cfg file! execute ALGO_MEMCPY in vAINR_yuv_qcom mode!");
+        return CopyImage(out, in);
+    }
+    // The formatted per-camera name is not used: dump files carry the fixed tag, as tools expect.
+    if (ctx->dump_pars.dump_enable) {
+        DumpFile(in->plane_addr[0], static_cast<unsigned>(in->width), static_cast<unsigned>(in->height),
+                 in->plane_size[0], "qcom_yuv_vainr_in", "packed_word", in->req_id, &ctx->dump_pars);
+    }
+    if (static_cast<uint32_t>(cam) != ctx->last_cam_type) {
+        ctx->switch_pending = 1;
+        ctx->frame_count = 0;
+        ctx->last_cam_type = static_cast<uint32_t>(cam);
+        return CopyImage(out, in);
+    }
+    ctx->frame_count += 1;
+    ctx->last_cam_type = static_cast<uint32_t>(cam);
+    if (ctx->switch_done.load(std::memory_order_acquire) == 0) {
+        VAI_LOGW("Last ModelSwitch not finish! bypass the vainr process");
+        return CopyImage(out, in);
+    }
+    if (ctx->frame_count <= cfg.SwitchFrameNum) {
+        VAI_LOGI("duration num:%d samllar than switch_thr:%d", static_cast<int>(ctx->frame_count),
+                 static_cast<int>(cfg.SwitchFrameNum));
+        return CopyImage(out, in);
+    }
+    if (ctx->switch_pending == 1) {
+        // Everything the frame path writes is written before the thread starts: a failing switch
+        // destroys the instance.
+        ctx->switch_pending = 0;
+        ctx->switch_done.store(0, std::memory_order_relaxed);
+        try {
+            std::thread(ModelSwitchThread, ctx, static_cast<int>(cam)).detach();
+            VAI_LOGI("Start switch to %d", static_cast<int>(cam));
+        } catch (const std::exception& e) {
+            ctx->switch_pending = 1;
+            ctx->switch_done.store(1, std::memory_order_relaxed);
+            VAI_LOGE("model switch thread failed to start: %s", e.what());
+        }
+        return CopyImage(out, in);
+    }
+    VAI_LOGV("vai_handle is: %p (null is %p), aborting", handle, static_cast<void*>(nullptr));
+
+    VAI_HANDLE_& h = ctx->vai_handle;
+    if (!TensorsFit(*ctx, *out)) return CopyImage(out, in);
+    void* data = h.input_tensors[0][0]->GetData();
+    if (cfg.processType == 1) {
+        SpaceToDepthYuv_NEON(data, in);
+    } else {
+        SpaceToDepthGray_NEON(data, in);
+    }
+    const timespec t1 = util_get_timestamp();
+
+    const int ret = h.interpreter->Run(ctx->m_session[0], &h.input_tensors[0], &h.output_tensors[0]);
+    if (ret != 0) {
+        VAI_LOGE("Runtime_inference failed, err_code:%d", ret);
+        return SDK_INVALID_MODEL_ERR;
+    }
+    const timespec t2 = util_get_timestamp();
+
+    VAI_LOGV("aec info: luxIdx(%f), iso(%f), drc_gain(%f)", params->lux_idx, params->iso, params->drc_gain);
+    const vai::qcom::Strengths st = vai::qcom::ComputeStrengths(cfg.cam[cam], params->iso * params->drc_gain);
+    VAI_LOGI("y_nr_strength is %d, uv_nr_strength is %d", st.y, st.uv);
+
+    const void* res = h.output_tensors[0][0]->GetData();
+    const unsigned char strength[2] = {st.y, st.uv};
+    const bool in_place = in->plane_addr[0] == out->plane_addr[0] && in->plane_addr[1] == out->plane_addr[1];
+    if (cfg.processType == 1) {
+        if (in_place) {
+            DepthToSpaceYuv_NEON(out, res, strength);
+        } else {
+            DepthToSpaceYuv_NEON(out, in, res, strength);
+        }
+    } else {
+        if (in_place) {
+            DepthToSpaceGray_NEON(out, res, strength);
+        } else {
+            DepthToSpaceGray_NEON(out, in, res, strength);
+        }
+        vemo::Native::memcpy(out->plane_addr[1], in->plane_addr[1], out->plane_size[1], in->plane_size[1],
+                             out->plane_size[1], kSrcName, 473);
+    }
+    if (ctx->dump_pars.dump_enable) {
+        // Tagged like the input dump, as the dump readers expect.
+        DumpFile(out->plane_addr[0], static_cast<unsigned>(out->width), static_cast<unsigned>(out->height),
+                 out->plane_size[0], "qcom_yuv_vainr_in", "packed_word", out->req_id, &ctx->dump_pars);
+    }
+    const timespec t3 = util_get_timestamp();
+    VAI_LOGV("pre_process elapsed time:  %ldus", static_cast<long>(util_get_timestamp_diff_us(t0, t1)));
+    VAI_LOGV("inference elapsed time:    %ldus", static_cast<long>(util_get_timestamp_diff_us(t1, t2)));
+    VAI_LOGV("post_process elapsed time: %ldus", static_cast<long>(util_get_timestamp_diff_us(t2, t3)));
+    VAI_LOGV("process total time:        %ldus", static_cast<long>(util_get_timestamp_diff_us(t0, t3)));
+    return SDK_SUCCESS;
+}
+
+}  // namespace QCOM_VAINR_YUV_PROC
+
+namespace vai {
+namespace qcom {
+
+namespace {
+
+// Truncation toward zero of a gain difference; out-of-range values (unsorted tables, absurd gains)
+// wrap instead of being undefined.
+uint32_t TruncWeight(float v) {
+    if (!(v == v)) return 0;
+    if (v >= 9.2e18f) return UINT32_MAX;
+    if (v <= -9.2e18f) return 0;
+    return static_cast<uint32_t>(static_cast<int64_t>(v));
+}
+
+uint32_t Interpolate(uint32_t lo_strength, uint32_t hi_strength, uint32_t w_lo, uint32_t w_hi, uint32_t d) {
+    if (lo_strength == hi_strength) return hi_strength;
+    if (d == 0) return 0;
+    return (lo_strength * w_lo + hi_strength * w_hi) / d;
+}
+
+}  // namespace
+
+Strengths ComputeStrengths(const VAINR_CamPars_& e, float g) {
+    uint32_t n = e.BinNumber == 0 ? 1 : e.BinNumber;
+    if (n > static_cast<uint32_t>(kMaxBins)) n = kMaxBins;
+    uint32_t y = 0, uv = 0;
+    if (g < static_cast<float>(e.ISOBinIndex[0])) {
+        y = e.NrStrength[0];
+        uv = e.ChromaNrStrength[0];
+    } else if (g >= static_cast<float>(e.ISOBinIndex[n - 1])) {
+        y = e.NrStrength[n - 1];
+        uv = e.ChromaNrStrength[n - 1];
+    } else {
+        for (uint32_t j = 0; j + 1 < n; ++j) {
+            if (g < static_cast<float>(e.ISOBinIndex[j + 1])) {
+                const uint32_t lo = e.ISOBinIndex[j], hi = e.ISOBinIndex[j + 1];
+                const uint32_t w_hi = TruncWeight(g - static_cast<float>(lo));
+                const uint32_t w_lo = TruncWeight(static_cast<float>(hi) - g);
+                const uint32_t d = hi - lo;
+                y = Interpolate(e.NrStrength[j], e.NrStrength[j + 1], w_lo, w_hi, d);
+                uv = Interpolate(e.ChromaNrStrength[j], e.ChromaNrStrength[j + 1], w_lo, w_hi, d);
+                break;
+            }
+        }
+    }
+    return {static_cast<uint8_t>(y), static_cast<uint8_t>(uv)};
+}
+
+namespace {
+
+// Switch steps 5-8; the result is 0, or the failure status.
+int RebuildSession(VAINR_Ctx_* ctx, int cam) {
+    VAI_HANDLE_& h = ctx->vai_handle;
+    PXRT::Interpreter* interp = h.interpreter.get();
+    if (!CreateSession(ctx, cam)) return kSwitchSessionFailed;
+    void* session = ctx->m_session[0];
+    int ret = interp->GetSessionInputNumber(session, &h.m_in_num[0]);
+    if (ret != 0) {
+        VAI_LOGE("GetSessionInputNumber failed, return value:%d", ret);
+        return kSwitchRuntimeFailed;
+    }
+    if (!TensorCountFits("GetSessionInputNumber", h.m_in_num[0])) return kSwitchRuntimeFailed;
+    for (size_t i = 0; i < h.m_in_num[0]; ++i) {
+        ret = interp->GetSessionInputSize(session, i, &h.mInputTensorByteSize[0][i]);
+        if (ret != 0) {
+            VAI_LOGE("GetSessionInputSize failed, return value:%d", ret);
+            return kSwitchRuntimeFailed;
+        }
+        VAI_LOGV("mInputTensorByteSize[%d] %zu", static_cast<int>(i), h.mInputTensorByteSize[0][i]);
+    }
+    ret = interp->GetSessionOutputNumber(session, &h.m_out_num[0]);
+    if (ret != 0) {
+        VAI_LOGE("GetSessionOutputNumber failed, return value:%d", ret);
+        return kSwitchRuntimeFailed;
+    }
+    if (!TensorCountFits("GetSessionOutputNumber", h.m_out_num[0])) return kSwitchRuntimeFailed;
+    for (size_t i = 0; i < h.m_out_num[0]; ++i) {
+        ret = interp->GetSessionOutputSize(session, i, &h.mOutputTensorByteSize[0][i]);
+        if (ret != 0) {
+            VAI_LOGE("GetSessionOutputSize failed, return value:%d", ret);
+            return kSwitchRuntimeFailed;
+        }
+        VAI_LOGV("mOutputTensorByteSize %zu", h.mOutputTensorByteSize[0][i]);
+    }
+    // One input and one output are assumed: after the first session every new tensor replaces [0].
+    for (size_t i = 0; i < h.m_in_num[0]; ++i) {
+        std::shared_ptr<PXRT::ITensor> t(mPXRTCreateInTensorFunc(
+            session, h.mInputTensorByteSize[0][i], static_cast<int32_t>(i), 1, kTensorKind, nullptr, -1, 0));
+        if (h.input_tensors[0].empty()) {
+            VAI_LOGV("input tensor vecotr is empty, pushing tensor %d", static_cast<int>(i));
+            h.input_tensors[0].push_back(std::move(t));
+        } else {
+            VAI_LOGV("input tensor vecotr not empty, totoal length %lu, replace [0] tensor %d",
+                     static_cast<unsigned long>(h.input_tensors[0].size()), static_cast<int>(i));
+            h.input_tensors[0][0] = std::move(t);
+        }
+    }
+    for (size_t i = 0; i < h.m_out_num[0]; ++i) {
+        std::shared_ptr<PXRT::ITensor> t(mPXRTCreateOutTensorFunc(
+            session, h.mOutputTensorByteSize[0][i], static_cast<int32_t>(i), 1, kTensorKind, nullptr, -1, 0));
+        if (h.output_tensors[0].empty()) {
+            VAI_LOGV("output tensor vecotr is empty, pushing tensor %d", static_cast<int>(i));
+            h.output_tensors[0].push_back(std::move(t));
+        } else {
+            VAI_LOGV("output tensor vecotr not empty, totoal length %lu, replace [0] tensor %d",
+                     static_cast<unsigned long>(h.output_tensors[0].size()), static_cast<int>(i));
+            h.output_tensors[0][0] = std::move(t);
+        }
+    }
+    return SDK_SUCCESS;
+}
+
+int SwitchBody(VAINR_Ctx_* ctx, int cam) {
+    VAI_HANDLE_& h = ctx->vai_handle;
+    for (size_t i = 0; i < h.m_in_num[0] && i < h.input_tensors[0].size(); ++i) {
+        if (h.input_tensors[0][i]) {
+            VAI_LOGV("resetting input tensor %d", static_cast<int>(i));
+            h.input_tensors[0][i].reset();
+        }
+    }
+    for (size_t i = 0; i < h.m_out_num[0] && i < h.output_tensors[0].size(); ++i) {
+        if (h.output_tensors[0][i]) {
+            VAI_LOGV("resetting output tensor %d", static_cast<int>(i));
+            h.output_tensors[0][i].reset();
+        }
+    }
+    if (h.interpreter) {
+        if (ctx->m_session[0] != nullptr) {
+            h.interpreter->ReleaseSession(ctx->m_session[0]);
+            ctx->m_session[0] = nullptr;
+        } else {
+            VAI_LOGW("runtime session is nullptr in VAINR_ModelSwitch!");
+        }
+    } else {
+        VAI_LOGW("interpreter is nullptr in VAINR_ModelSwitch! Recreate interpreter now!");
+        h.interpreter.reset(mPXRTCreateInterpreterFunc());
+        if (!h.interpreter) {
+            VAI_LOGE("interpreter == nullptr");
+            return kSwitchSessionFailed;
+        }
+    }
+    VAI_LOGV("Release session sucess!");
+    return RebuildSession(ctx, cam);
+}
+
+}  // namespace
+
+int ModelSwitch(void* handle, int cam) {
+    if (handle == nullptr) {
+        VAI_LOGE("Input handle is nullptr in uninit!");
+        return SDK_UNINIT_ERROR;
+    }
+    auto* ctx = static_cast<VAINR_Ctx_*>(handle);
+    ctx->switch_done.store(0, std::memory_order_relaxed);
+    int ret = kSwitchRuntimeFailed;
+    try {
+        ret = SwitchBody(ctx, cam);
+    } catch (const std::exception& e) {
+        VAI_LOGE("VAINR_ModelSwitch failed: %s", e.what());
+    }
+    if (ret == SDK_SUCCESS) {
+        // Logged before the hand-off: afterwards the instance may already be gone.
+        VAI_LOGV("Model Switch sucess! Switched to %s", ctx->model_name[cam]);
+        ctx->switch_done.store(1, std::memory_order_release);
+        return SDK_SUCCESS;
+    }
+    ctx->switch_done.store(1, std::memory_order_release);
+    QCOM_VAINR_YUV_PROC::VAINR_Uninit(ctx);
+    return ret;
+}
+
+}  // namespace qcom
+}  // namespace vai

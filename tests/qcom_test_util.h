@@ -1,0 +1,233 @@
+// Shared set-up of the Qualcomm back-end suites: configuration files, 16-bit semi-planar frames and the
+// test runtime, loaded by path like the real one.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ALGOGalloc.h"
+#include "pxrt_binding.h"
+#include "pxrt_test_control.h"
+#include "qcom_vainr_yuv_proc_sat.h"
+#include "vai_log.h"
+
+namespace qcom_test {
+
+// Contents of one configuration file, starting from the built-in defaults.
+struct CamText {
+    unsigned processEnable = 1, BoostValue = 100, BinNumber = 8;
+    std::vector<unsigned> nr{0, 12, 19, 25, 32, 38, 44, 51};
+    std::vector<unsigned> chroma{32, 32, 32, 32, 32, 36, 38, 40};
+    std::vector<unsigned> iso{800, 1600, 3200, 6400, 9200, 12800, 19200, 25600};
+};
+
+struct CfgText {
+    std::string project = "TestProject";
+    unsigned LogLevel = 1, processType = 1, DumpRangeIdx = 0, FrontCamNum = 1, RearCamNum = 4,
+             SwitchFrameNum = 7;
+    std::vector<CamText> cams = std::vector<CamText>(5);
+
+    static std::string List(const std::vector<unsigned>& v) {
+        std::string s = "[";
+        for (size_t i = 0; i < v.size(); ++i) s += (i ? ", " : "") + std::to_string(v[i]);
+        return s + "]";
+    }
+    std::string Json() const {
+        std::ostringstream o;
+        o << "// written by the tests\n{\n  \"" << project << "\": {\n"
+          << "    \"LogLevel\": " << LogLevel << ", \"processType\": " << processType
+          << ", \"DumpRangeIdx\": " << DumpRangeIdx << ",\n    \"FrontCamNum\": " << FrontCamNum
+          << ", \"RearCamNum\": " << RearCamNum << ", \"SwitchFrameNum\": " << SwitchFrameNum
+          << ",\n    \"VideoAIProcPars\": [\n";
+        for (size_t i = 0; i < cams.size(); ++i) {
+            const CamText& c = cams[i];
+            o << "      {\"processEnable\": " << c.processEnable << ", \"BoostValue\": " << c.BoostValue
+              << ", \"BinNumber\": " << c.BinNumber << ", \"NrStrength\": " << List(c.nr)
+              << ", \"ChromaNrStrength\": " << List(c.chroma) << ", \"ISOBinIndex\": " << List(c.iso) << "}"
+              << (i + 1 < cams.size() ? ",\n" : "\n");
+        }
+        o << "    ]\n  }\n}\n";
+        return o.str();
+    }
+};
+
+// A path unique to the running test (tests run in parallel, each in its own process).
+inline std::string TestFile(const std::string& suffix) {
+    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+    std::string name = std::string(info->test_suite_name()) + "." + info->name();
+    for (char& c : name) {
+        if (c == '/') c = '_';
+    }
+    return std::string(VAI_TEST_BINARY_DIR) + "/" + name + suffix;
+}
+
+inline std::string WriteText(const std::string& path, const std::string& text) {
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+}
+
+// One 16-bit semi-planar frame (luma, then interleaved chroma at half height), MSB-aligned samples.
+struct Frame {
+    int w, h;
+    std::vector<uint16_t> luma, chroma;
+    vAIPROC::VAI_IMG_ img{};
+
+    Frame(int width, int height, uint16_t luma_value = 0, uint16_t chroma_value = 0)
+        : w(width),
+          h(height),
+          luma(size_t(width) * height, luma_value),
+          chroma(size_t(width) * height / 2, chroma_value) {
+        img.btw = 10;
+        img.img_num = 1;
+        img.plane_num = 2;
+        img.plane_addr[0] = reinterpret_cast<unsigned char*>(luma.data());
+        img.plane_addr[1] = reinterpret_cast<unsigned char*>(chroma.data());
+        img.stride[0] = img.stride[1] = width * 2;
+        img.slice[0] = height;
+        img.slice[1] = height / 2;
+        img.plane_size[0] = static_cast<uint32_t>(luma.size() * 2);
+        img.plane_size[1] = static_cast<uint32_t>(chroma.size() * 2);
+        img.width = width;
+        img.height = height;
+    }
+    Frame(const Frame&) = delete;
+    Frame& operator=(const Frame&) = delete;
+    bool operator==(const Frame& o) const { return luma == o.luma && chroma == o.chroma; }
+};
+
+inline size_t TensorBytes(int w, int h, bool yuv) {
+    return size_t(w / 2) * (h / 2) * (yuv ? 6 : 4);
+}
+
+// A session that fits w x h frames.
+inline pxrt_test::SessionSpec SpecFor(int w, int h, bool yuv) {
+    pxrt_test::SessionSpec s;
+    s.input_bytes = {TensorBytes(w, h, yuv)};
+    s.output_bytes = {TensorBytes(w, h, yuv)};
+    return s;
+}
+
+// Run hook: every output byte becomes `value`.
+inline pxrt_test::RunHook FillOutput(uint8_t value) {
+    return [value](void*, PXRT::TensorArray*, PXRT::TensorArray* outputs) {
+        for (auto& t : *outputs) {
+            pxrt_test::TensorInfo info;
+            if (!pxrt_test::Describe(t.get(), &info)) return -7;
+            std::memset(t->GetData(), value, info.bytes);
+        }
+        return 0;
+    };
+}
+
+// A gate a runtime hook waits on until the test opens it.
+class Latch {
+  public:
+    void Wait() {
+        std::unique_lock<std::mutex> l(m_);
+        waiting_ = true;
+        cv_.notify_all();
+        cv_.wait(l, [this] { return open_; });
+    }
+    void Open() {
+        std::lock_guard<std::mutex> l(m_);
+        open_ = true;
+        cv_.notify_all();
+    }
+    // True once some thread waits, false after `timeout`.
+    bool AwaitWaiter(std::chrono::milliseconds timeout) {
+        std::unique_lock<std::mutex> l(m_);
+        return cv_.wait_for(l, timeout, [this] { return waiting_; });
+    }
+
+  private:
+    std::mutex m_;
+    std::condition_variable cv_;
+    bool open_ = false;
+    bool waiting_ = false;
+};
+
+// Polls `done` until it holds or `timeout` passes.
+inline bool WaitFor(const std::function<bool()>& done,
+                    std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
+    const auto end = std::chrono::steady_clock::now() + timeout;
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+inline bool RegistryEmpty() {
+    std::lock_guard<std::mutex> l(vemo::AlgorithmMemory::sMapLock);
+    return vemo::AlgorithmMemory::sMemMap.empty();
+}
+
+inline bool AllReleased() {
+    const pxrt_test::Live l = pxrt_test::LiveObjects();
+    return l.interpreters == 0 && l.sessions == 0 && l.tensors == 0 && l.sessions_dropped == 0;
+}
+
+// Per-test environment: runtime path, fresh runtime script, tracing on, log level restored.
+class Env {
+  public:
+    Env() {
+        setenv("VAI_PXRT_LIBRARY", VAI_TEST_RUNTIME_PATH, 1);
+        pxrt_test::Reset();
+        vemo::AlgorithmMemory::memTraceInit(256);
+        saved_level_ = g_log_level;
+    }
+    ~Env() {
+        pxrt_test::Reset();
+        g_log_level = saved_level_;
+        vemo::AlgorithmMemory::sDebugEnable = 0;
+        unsetenv("VAI_PXRT_LIBRARY");
+    }
+
+  private:
+    unsigned char saved_level_ = 1;
+};
+
+// Init parameters with one model path per camera type ("model<i>"; null where `missing` says).
+struct Init {
+    vAIPROC::InitParams_ p{};
+    std::string cfg;
+    std::string models[5];
+    explicit Init(const std::string& cfg_path, int cam_type = 0, const std::string& project = "TestProject")
+        : cfg(cfg_path) {
+        std::snprintf(p.project_name, sizeof(p.project_name), "%s", project.c_str());
+        for (int i = 0; i < 5; ++i) {
+            models[i] = "model" + std::to_string(i);
+            p.model_path[i] = models[i].c_str();
+        }
+        p.cfg_path = cfg.c_str();
+        p.algo_mode = 1;
+        p.cam_type = cam_type;
+    }
+};
+
+inline QCOM_VAINR_YUV_PROC::VAINR_Ctx_* Ctx(void* h) {
+    return static_cast<QCOM_VAINR_YUV_PROC::VAINR_Ctx_*>(h);
+}
+
+inline vAIPROC::ProcParams_ Params(int cam, float iso = 100.0f, float drc = 1.0f) {
+    vAIPROC::ProcParams_ p{};
+    p.cam_type = cam;
+    p.iso = iso;
+    p.drc_gain = drc;
+    return p;
+}
+
+}  // namespace qcom_test
