@@ -77,13 +77,31 @@ unsigned long Insert(unsigned long long handle, void* addr, unsigned long size, 
     return size;
 }
 
-unsigned long SumLiveBuffers(std::mutex& lock, const std::map<void*, AlgoMemInfo>& map) {
-    std::lock_guard<std::mutex> guard(lock);
+// Buffers still referenced at least once; the caller holds the map's lock.
+unsigned long SumLiveBuffersLocked(const std::map<void*, AlgoMemInfo>& map) {
     unsigned long total = 0;
     for (const auto& kv : map) {
         if (kv.second.refs >= 1) total += kv.second.size;
     }
     return total;
+}
+
+unsigned long SumLiveBuffers(std::mutex& lock, const std::map<void*, AlgoMemInfo>& map) {
+    std::lock_guard<std::mutex> guard(lock);
+    return SumLiveBuffersLocked(map);
+}
+
+// One hardware- or graphic-buffer report: `label` "HardwareBuffer", `kind` "hardware", and so on.
+void PrintBufferMap(std::mutex& lock, const std::map<void*, AlgoMemInfo>& map, AlgoMemFlag flag,
+                    const char* label, const char* kind) {
+    std::lock_guard<std::mutex> guard(lock);
+    VEMO_LOGI("%s MemTrace Refs Print E total %s buffer use is %ld B", label, kind,
+              static_cast<long>(SumLiveBuffersLocked(map)));
+    for (const auto& kv : map) {
+        const AlgoMemInfo& m = kv.second;
+        AlgorithmMemory::memLogPrint(kv.first, m.size, flag, 0, m.file, m.line, m.refs, m.type);
+    }
+    VEMO_LOGI("%s MemTrace Refs Print X", label);
 }
 
 }  // namespace
@@ -413,31 +431,9 @@ void AlgorithmMemory::mapPrint(AlgoMemFlag flag) {
         }
         VEMO_LOGI("Native MemTrace Log Print X");
     } else if (flag == ALGO_HARDWARE_BUFFER) {
-        std::lock_guard<std::mutex> lock(sHardBuffLock);
-        unsigned long total = 0;
-        for (const auto& kv : sRefNum) {
-            if (kv.second.refs >= 1) total += kv.second.size;
-        }
-        VEMO_LOGI("HardwareBuffer MemTrace Refs Print E total hardware buffer use is %ld B",
-                  static_cast<long>(total));
-        for (const auto& kv : sRefNum) {
-            const AlgoMemInfo& m = kv.second;
-            memLogPrint(kv.first, m.size, ALGO_HARDWARE_BUFFER, 0, m.file, m.line, m.refs, m.type);
-        }
-        VEMO_LOGI("HardwareBuffer MemTrace Refs Print X");
+        PrintBufferMap(sHardBuffLock, sRefNum, flag, "HardwareBuffer", "hardware");
     } else if (flag == ALGO_GRAPHIC_BUFFER) {
-        std::lock_guard<std::mutex> lock(sGraphicBuffLock);
-        unsigned long total = 0;
-        for (const auto& kv : sGBMap) {
-            if (kv.second.refs >= 1) total += kv.second.size;
-        }
-        VEMO_LOGI("GraphicBuffer MemTrace Refs Print E total graphic buffer use is %ld B",
-                  static_cast<long>(total));
-        for (const auto& kv : sGBMap) {
-            const AlgoMemInfo& m = kv.second;
-            memLogPrint(kv.first, m.size, ALGO_GRAPHIC_BUFFER, 0, m.file, m.line, m.refs, m.type);
-        }
-        VEMO_LOGI("GraphicBuffer MemTrace Refs Print X");
+        PrintBufferMap(sGraphicBuffLock, sGBMap, flag, "GraphicBuffer", "graphic");
     }
     VEMO_LOGI("ALGOGalloc map print  X");
 }

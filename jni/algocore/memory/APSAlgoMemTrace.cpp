@@ -3,6 +3,15 @@
 #include "LogPrintf.h"
 #include "status_code.h"
 
+// The hand-off record's six pointers, logged alike on refusal and on success.
+#define APS_INFO_FORMAT \
+    "input sAPSNativeMemLock:%p, sAPSNativeUsingSize:%p, sAPSMapLock:%p, sAPSHardBuffLock:%p,sAPSMemMap:%p, " \
+    "sAPSRefNum:%p"
+#define APS_INFO_ARGS(info)                                                                              \
+    static_cast<void*>((info)->sAPSNativeMemLock), static_cast<void*>((info)->sAPSNativeUsingSize),     \
+        static_cast<void*>((info)->sAPSMapLock), static_cast<void*>((info)->sAPSHardBuffLock),          \
+        static_cast<void*>((info)->sAPSMemMap), static_cast<void*>((info)->sAPSRefNum)
+
 namespace vemo {
 
 int32_t APSAlgoMemTrace::sAPSMemEnable = 0;
@@ -17,22 +26,10 @@ int APSAlgoMemTrace::setAPSMemInfo(APSMemMapInfo* info) {
     if (info->sAPSNativeMemLock == nullptr || info->sAPSNativeUsingSize == nullptr ||
         info->sAPSMapLock == nullptr || info->sAPSHardBuffLock == nullptr || info->sAPSMemMap == nullptr ||
         info->sAPSRefNum == nullptr) {
-        VEMO_LOGE(
-            "input sAPSNativeMemLock:%p, sAPSNativeUsingSize:%p, sAPSMapLock:%p, "
-            "sAPSHardBuffLock:%p,sAPSMemMap:%p, "
-            "sAPSRefNum:%p",
-            static_cast<void*>(info->sAPSNativeMemLock), static_cast<void*>(info->sAPSNativeUsingSize),
-            static_cast<void*>(info->sAPSMapLock), static_cast<void*>(info->sAPSHardBuffLock),
-            static_cast<void*>(info->sAPSMemMap), static_cast<void*>(info->sAPSRefNum));
+        VEMO_LOGE(APS_INFO_FORMAT, APS_INFO_ARGS(info));
         return SDK_INPUT_BUFFER_NULL_ERR;
     }
-    VEMO_LOGI(
-        "input sAPSNativeMemLock:%p, sAPSNativeUsingSize:%p, sAPSMapLock:%p, "
-        "sAPSHardBuffLock:%p,sAPSMemMap:%p, "
-        "sAPSRefNum:%p",
-        static_cast<void*>(info->sAPSNativeMemLock), static_cast<void*>(info->sAPSNativeUsingSize),
-        static_cast<void*>(info->sAPSMapLock), static_cast<void*>(info->sAPSHardBuffLock),
-        static_cast<void*>(info->sAPSMemMap), static_cast<void*>(info->sAPSRefNum));
+    VEMO_LOGI(APS_INFO_FORMAT, APS_INFO_ARGS(info));
     sAPSMemInfo = *info;
     sAPSMemEnable = 1;
     return SDK_SUCCESS;
