@@ -15,6 +15,7 @@
 #include "pxrt_test_control.h"
 #include "qcom_vainr_yuv_proc_sat.h"
 #include "vai_log.h"
+#include "yuv_frame.h"
 
 using vAIPROC::VAI_IMG_;
 
@@ -22,25 +23,12 @@ namespace {
 
 constexpr int kW = 1920, kH = 1080;
 
-struct Frame {
-    std::vector<uint16_t> luma, chroma;
-    VAI_IMG_ img{};
-    Frame() : luma(size_t(kW) * kH), chroma(size_t(kW) * kH / 2) {
+// A frame of random MSB-aligned 10-bit samples.
+struct RandomFrame : vai_test::Frame {
+    RandomFrame() : Frame(kW, kH) {
         std::mt19937 rng(7);
         for (auto& v : luma) v = static_cast<uint16_t>(rng() << 6);
         for (auto& v : chroma) v = static_cast<uint16_t>(rng() << 6);
-        img.btw = 10;
-        img.img_num = 1;
-        img.plane_num = 2;
-        img.plane_addr[0] = reinterpret_cast<unsigned char*>(luma.data());
-        img.plane_addr[1] = reinterpret_cast<unsigned char*>(chroma.data());
-        img.stride[0] = img.stride[1] = 2 * kW;
-        img.slice[0] = kH;
-        img.slice[1] = kH / 2;
-        img.plane_size[0] = static_cast<uint32_t>(luma.size() * 2);
-        img.plane_size[1] = static_cast<uint32_t>(chroma.size() * 2);
-        img.width = kW;
-        img.height = kH;
     }
 };
 
@@ -79,7 +67,7 @@ void BM_QcomProcessVsKernels(benchmark::State& state) {
     params.iso = 1200.0f;
     params.drc_gain = 1.0f;
 
-    Frame in, out;
+    RandomFrame in, out;
     std::vector<unsigned char> tensor_in(tensor_bytes), tensor_out(tensor_bytes, 0x55);
     const unsigned char strength[2] = {18, 21};
     auto kernels = [&] {
