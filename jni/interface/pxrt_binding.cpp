@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "host_override.h"
 #include "vai_log.h"
 
 void* g_hDllLib = nullptr;
@@ -18,13 +19,7 @@ namespace {
 constexpr char kDevicePath[] = "/odm/lib64/libPXRT.so";
 }
 
-const char* PxrtLibraryPath() {
-#ifndef __ANDROID__
-    const char* env = std::getenv("VAI_PXRT_LIBRARY");
-    if (env != nullptr && env[0] != '\0') return env;
-#endif
-    return kDevicePath;
-}
+const char* PxrtLibraryPath() { return HostOverride("VAI_PXRT_LIBRARY", kDevicePath); }
 
 bool PxrtLoad() {
     g_hDllLib = dlopen(PxrtLibraryPath(), RTLD_NOW);

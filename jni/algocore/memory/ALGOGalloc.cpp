@@ -104,6 +104,14 @@ void PrintBufferMap(std::mutex& lock, const std::map<void*, AlgoMemInfo>& map, A
     VEMO_LOGI("%s MemTrace Refs Print X", label);
 }
 
+// The counters move only while tracing is on, under sMemLock; a decrement is the negated size, so
+// the unsigned arithmetic wraps exactly as a subtraction would.
+void AdjustCounter(uint64_t& counter, unsigned long delta) {
+    if (!AlgorithmMemory::sDebugEnable) return;
+    std::lock_guard<std::mutex> lock(AlgorithmMemory::sMemLock);
+    counter += delta;
+}
+
 }  // namespace
 
 int AlgorithmMemory::memTraceInit(int mode) {
@@ -305,35 +313,11 @@ void AlgorithmMemory::nativeMemAdd(unsigned long size) {
     if (sNativeUsingSize > sNativeUsingMaxSize) sNativeUsingMaxSize = sNativeUsingSize;
 }
 
-void AlgorithmMemory::nativeMemDec(unsigned long size) {
-    if (!sDebugEnable) return;
-    std::lock_guard<std::mutex> lock(sMemLock);
-    sNativeUsingSize -= size;
-}
-
-void AlgorithmMemory::externalMemAdd(unsigned long size) {
-    if (!sDebugEnable) return;
-    std::lock_guard<std::mutex> lock(sMemLock);
-    sExternalUsingSize += size;
-}
-
-void AlgorithmMemory::externalMemDec(unsigned long size) {
-    if (!sDebugEnable) return;
-    std::lock_guard<std::mutex> lock(sMemLock);
-    sExternalUsingSize -= size;
-}
-
-void AlgorithmMemory::virtureMemAdd(unsigned long size) {
-    if (!sDebugEnable) return;
-    std::lock_guard<std::mutex> lock(sMemLock);
-    sVirtureUsingSize += size;
-}
-
-void AlgorithmMemory::virtureMemDec(unsigned long size) {
-    if (!sDebugEnable) return;
-    std::lock_guard<std::mutex> lock(sMemLock);
-    sVirtureUsingSize -= size;
-}
+void AlgorithmMemory::nativeMemDec(unsigned long size) { AdjustCounter(sNativeUsingSize, -size); }
+void AlgorithmMemory::externalMemAdd(unsigned long size) { AdjustCounter(sExternalUsingSize, size); }
+void AlgorithmMemory::externalMemDec(unsigned long size) { AdjustCounter(sExternalUsingSize, -size); }
+void AlgorithmMemory::virtureMemAdd(unsigned long size) { AdjustCounter(sVirtureUsingSize, size); }
+void AlgorithmMemory::virtureMemDec(unsigned long size) { AdjustCounter(sVirtureUsingSize, -size); }
 
 unsigned long AlgorithmMemory::getTotalMemSize() {
     if (!sDebugEnable) return 0;

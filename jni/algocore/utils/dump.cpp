@@ -10,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "host_override.h"
 #include "vai_log.h"
 
 namespace {
@@ -17,14 +18,7 @@ constexpr const char* kDumpDirectory = "/data/vendor/camera/videoai/";
 constexpr size_t kPathSize = 256;
 }  // namespace
 
-const char* DumpDirectory() {
-#ifndef __ANDROID__
-    // Read at every call, so a test or tool can redirect dumps at any time.
-    const char* dir = std::getenv("VAI_DUMP_DIR");
-    if (dir != nullptr && dir[0] != '\0') return dir;
-#endif
-    return kDumpDirectory;
-}
+const char* DumpDirectory() { return vai::HostOverride("VAI_DUMP_DIR", kDumpDirectory); }
 
 int GetDateTime(DateTime_* out) {
     if (out == nullptr) return -1;
