@@ -37,14 +37,17 @@ constexpr int kStep = 8;  // positions per vector step: 16 pixels of a row
 
 // Streams are prefetched this far ahead. A prefetch past the end of a buffer never faults; the
 // address is formed as an integer so that no pointer leaves its object.
+// Grey space to depth has only two read streams and measured faster running twice as far ahead.
 constexpr uintptr_t kReadAhead = 2048;
 constexpr uintptr_t kWriteAhead = 1024;
+constexpr uintptr_t kFarReadAhead = 2 * kReadAhead;
+constexpr uintptr_t kFarWriteAhead = 2 * kWriteAhead;
 
-inline void PrefetchRead(const unsigned char* p) {
-    __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(p) + kReadAhead), 0);
+inline void PrefetchRead(const unsigned char* p, uintptr_t ahead = kReadAhead) {
+    __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(p) + ahead), 0);
 }
-inline void PrefetchWrite(const unsigned char* p) {
-    __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(p) + kWriteAhead), 1);
+inline void PrefetchWrite(const unsigned char* p, uintptr_t ahead = kWriteAhead) {
+    __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(p) + ahead), 1);
 }
 
 struct Weights {
@@ -130,6 +133,17 @@ VAI_KERNEL void SpaceToDepthYuvRows(const VAI_IMG_* in, unsigned char* t) {
         const unsigned char* c = Row(in->plane_addr[1], stride, r);
         const int vectorEnd = r + 1 < pairs ? positions : positions - 1;
         int p = 0;
+        // Two steps a turn: one prefetch per cache line of each row.
+        for (; p + 2 * kStep <= vectorEnd; p += 2 * kStep, t += 12 * kStep) {
+            const ptrdiff_t off = 4 * p;
+            PrefetchRead(a + off);
+            PrefetchRead(b + off);
+            PrefetchRead(c + off);
+            PrefetchWrite(t);
+            PrefetchWrite(t + 64);
+            SpaceToDepthYuvStep(a + off, b + off, c + off, t);
+            SpaceToDepthYuvStep(a + off + 32, b + off + 32, c + off + 32, t + 48);
+        }
         for (; p + kStep <= vectorEnd; p += kStep, t += 6 * kStep) {
             const ptrdiff_t off = 4 * p;
             PrefetchRead(a + off);
@@ -166,9 +180,9 @@ VAI_KERNEL void SpaceToDepthGrayRows(const VAI_IMG_* in, unsigned char* t) {
             // 32 pixels a turn: one cache line of each row.
             for (; p + 2 * kStep <= positions; p += 2 * kStep, t += 8 * kStep) {
                 const ptrdiff_t off = 4 * p;
-                PrefetchRead(a + off);
-                PrefetchRead(b + off);
-                PrefetchWrite(t);
+                PrefetchRead(a + off, kFarReadAhead);
+                PrefetchRead(b + off, kFarReadAhead);
+                PrefetchWrite(t, kFarWriteAhead);
                 SpaceToDepthGray16Step(a + off, b + off, t);
                 SpaceToDepthGray16Step(a + off + 32, b + off + 32, t + 32);
             }
@@ -329,6 +343,17 @@ VAI_KERNEL void DepthToSpaceGrayRows(VAI_IMG_* out, const VAI_IMG_* in, const un
         unsigned char* oa = Row(out->plane_addr[0], stride, 2 * r);
         unsigned char* ob = Row(out->plane_addr[0], stride, 2 * r + 1);
         int p = 0;
+        // Two steps a turn: one prefetch per cache line of each stream.
+        for (; p + 2 * kStep <= positions; p += 2 * kStep, t += 8 * kStep) {
+            const ptrdiff_t off = 4 * p;
+            PrefetchRead(t);
+            PrefetchRead(xa + off);
+            PrefetchRead(xb + off);
+            PrefetchWrite(oa + off);
+            PrefetchWrite(ob + off);
+            DepthToSpaceGrayStep(t, xa + off, xb + off, oa + off, ob + off, vw);
+            DepthToSpaceGrayStep(t + 32, xa + off + 32, xb + off + 32, oa + off + 32, ob + off + 32, vw);
+        }
         for (; p + kStep <= positions; p += kStep, t += 4 * kStep) {
             const ptrdiff_t off = 4 * p;
             PrefetchRead(t);
