@@ -1,6 +1,8 @@
 #include "dump.h"
 
 #include <dirent.h>
+#include <sys/time.h>
+
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -189,9 +191,15 @@ TEST_F(DumpTest, DirectoryComesFromTheEnvironmentAtEachCall) {
 TEST(DateTimeTest, CopiesBrokenDownLocalTimeAsItIs) {
     DateTime_ dt;
     dt.reserved = 12345;
-    const time_t before = time(nullptr);
+    // The same clock GetDateTime reads: time() is coarser and can lag a second behind it.
+    auto now = [] {
+        timeval tv{};
+        gettimeofday(&tv, nullptr);
+        return static_cast<time_t>(tv.tv_sec);
+    };
+    const time_t before = now();
     ASSERT_EQ(GetDateTime(&dt), 0);
-    const time_t after = time(nullptr);
+    const time_t after = now();
     EXPECT_EQ(dt.reserved, 12345);
     bool matched = false;
     for (time_t t = before; t <= after && !matched; ++t) {
