@@ -166,7 +166,10 @@ class Env {
     ~Env() {
         pxrt_test::Reset();
         g_log_level = saved_level_;
+        // Close the tracing period again, so later suites in the same process start from a count of 0.
         vemo::AlgorithmMemory::sDebugEnable = 0;
+        --vemo::AlgorithmMemory::sInitNumber;
+        vemo::AlgorithmMemory::sNativeUsingMaxSize = 0;
         unsetenv("VAI_PXRT_LIBRARY");
     }
 
