@@ -40,10 +40,10 @@ double Now() {
 
 void BM_QcomProcessVsKernels(benchmark::State& state) {
     const size_t tensor_bytes = size_t(kW / 2) * (kH / 2) * 6;
-    pxrt_test::SessionSpec spec;
-    spec.input_bytes = {tensor_bytes};
-    spec.output_bytes = {tensor_bytes};
-    pxrt_test::SetDefaultSpec(spec);
+    pxrt_test::SessionLayout layout;
+    layout.input_bytes = {tensor_bytes};
+    layout.output_bytes = {tensor_bytes};
+    pxrt_test::SetDefaultLayout(layout);
     pxrt_test::SetRecording(false);
     setenv("VAI_PXRT_LIBRARY", VAI_TEST_RUNTIME_PATH, 1);
 

@@ -33,11 +33,11 @@ class QcomInitTest : public ::testing::Test {
     LogCapture log_;
 };
 
-TEST_F(QcomInitTest, RuntimeSeesTheSpecifiedArguments) {
-    pxrt_test::SessionSpec spec;
-    spec.input_bytes = {600, 70};
-    spec.output_bytes = {900};
-    pxrt_test::SetSpec("model3", spec);
+TEST_F(QcomInitTest, RuntimeSeesTheExpectedArguments) {
+    pxrt_test::SessionLayout layout;
+    layout.input_bytes = {600, 70};
+    layout.output_bytes = {900};
+    pxrt_test::SetLayout("model3", layout);
     CfgText t;
     t.LogLevel = 5;
     t.DumpRangeIdx = 12345;
@@ -188,16 +188,16 @@ TEST_F(QcomInitTest, EveryFailureTearsDownCompletely) {
          {"GetSessionOutputNumber failed, return value:12"}},
         {"too many inputs",
          [](Init&, CfgText&) {
-             pxrt_test::SessionSpec s;
+             pxrt_test::SessionLayout s;
              s.input_bytes = {1, 2, 3, 4, 5};
-             pxrt_test::SetDefaultSpec(s);
+             pxrt_test::SetDefaultLayout(s);
          },
          {"GetSessionInputNumber reported 5 tensors, more than 4!"}},
         {"GetSessionInputSize of the second input",
          [](Init&, CfgText&) {
-             pxrt_test::SessionSpec s;
+             pxrt_test::SessionLayout s;
              s.input_bytes = {8, 8};
-             pxrt_test::SetDefaultSpec(s);
+             pxrt_test::SetDefaultLayout(s);
              pxrt_test::Fail(Op::kGetSessionInputSize, 13, 1);
          },
          {"GetSessionInputSize failed, return value:13"}},

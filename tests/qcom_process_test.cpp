@@ -34,7 +34,7 @@ class QcomProcessTest : public ::testing::Test {
     }
     // An instance whose sessions fit kW x kH frames; SwitchFrameNum 0 unless the text says otherwise.
     void Start(CfgText t, int cam = 0, Init* init = nullptr) {
-        pxrt_test::SetDefaultSpec(SpecFor(kW, kH, t.processType == 1));
+        pxrt_test::SetDefaultLayout(LayoutFor(kW, kH, t.processType == 1));
         Init own(WriteText(TestFile(".json"), t.Json()), cam);
         if (init != nullptr) {
             init->cfg = own.cfg;

@@ -87,8 +87,8 @@ inline size_t TensorBytes(int w, int h, bool yuv) {
 }
 
 // A session that fits w x h frames.
-inline pxrt_test::SessionSpec SpecFor(int w, int h, bool yuv) {
-    pxrt_test::SessionSpec s;
+inline pxrt_test::SessionLayout LayoutFor(int w, int h, bool yuv) {
+    pxrt_test::SessionLayout s;
     s.input_bytes = {TensorBytes(w, h, yuv)};
     s.output_bytes = {TensorBytes(w, h, yuv)};
     return s;

@@ -20,8 +20,8 @@ struct Failure {
 
 struct State {
     std::mutex lock;
-    SessionSpec default_spec;
-    std::map<std::string, SessionSpec> specs;
+    SessionLayout default_layout;
+    std::map<std::string, SessionLayout> layouts;
     std::map<Op, Failure> failures;
     RunHook run_hook;
     CreateSessionHook create_session_hook;
@@ -68,17 +68,17 @@ class TestInterpreter;
 struct TestSession {
     TestInterpreter* owner;
     std::string model;
-    SessionSpec spec;
+    SessionLayout layout;
     bool copy = false;  // Run copies each input to its output when no hook is set
 };
 
 // A model file of the test runtime: "pxrt-test-model", then "input <bytes>" and "output <bytes>" lines
 // in tensor order and optionally "run copy". False when `path` is no such file.
-bool ReadModelFile(const std::string& path, SessionSpec* spec, bool* copy) {
+bool ReadModelFile(const std::string& path, SessionLayout* layout, bool* copy) {
     std::ifstream in(path);
     std::string line;
     if (!std::getline(in, line) || line != "pxrt-test-model") return false;
-    SessionSpec s;
+    SessionLayout s;
     s.input_bytes.clear();
     s.output_bytes.clear();
     bool c = false;
@@ -90,7 +90,7 @@ bool ReadModelFile(const std::string& path, SessionSpec* spec, bool* copy) {
         if (key == "output") s.output_bytes.push_back(std::strtoul(value.c_str(), nullptr, 10));
         if (key == "run") c = value == "copy";
     }
-    *spec = s;
+    *layout = s;
     *copy = c;
     return true;
 }
@@ -159,9 +159,9 @@ class TestInterpreter : public PXRT::Interpreter {
         } else if (session == nullptr || model.empty()) {
             c.result = -2;  // nothing to open
         } else {
-            auto it = s.specs.find(model);
-            auto* created = new TestSession{this, model, it != s.specs.end() ? it->second : s.default_spec};
-            if (it == s.specs.end()) ReadModelFile(model, &created->spec, &created->copy);
+            auto it = s.layouts.find(model);
+            auto* created = new TestSession{this, model, it != s.layouts.end() ? it->second : s.default_layout};
+            if (it == s.layouts.end()) ReadModelFile(model, &created->layout, &created->copy);
             open_.insert(created);
             s.sessions.insert(created);
             *session = created;
@@ -254,7 +254,7 @@ class TestInterpreter : public PXRT::Interpreter {
     bool Fits(State& s, void* session, PXRT::TensorArray* tensors, bool input) {
         auto* ts = static_cast<TestSession*>(session);
         if (tensors == nullptr || open_.count(ts) == 0) return false;
-        const std::vector<size_t>& bytes = input ? ts->spec.input_bytes : ts->spec.output_bytes;
+        const std::vector<size_t>& bytes = input ? ts->layout.input_bytes : ts->layout.output_bytes;
         if (tensors->size() != bytes.size()) return false;
         for (size_t i = 0; i < bytes.size(); ++i) {
             auto* t = static_cast<TestTensor*>((*tensors)[i].get());
@@ -280,23 +280,23 @@ class TestInterpreter : public PXRT::Interpreter {
         } else if (out == nullptr || open_.count(ts) == 0) {
             c.result = -3;
         } else {
-            const SessionSpec& spec = ts->spec;
+            const SessionLayout& layout = ts->layout;
             switch (op) {
                 case Op::kGetSessionInputNumber:
-                    *out = spec.input_bytes.size();
+                    *out = layout.input_bytes.size();
                     break;
                 case Op::kGetSessionOutputNumber:
-                    *out = spec.output_bytes.size();
+                    *out = layout.output_bytes.size();
                     break;
                 case Op::kGetSessionInputSize:
-                    if (index < spec.input_bytes.size())
-                        *out = spec.input_bytes[index];
+                    if (index < layout.input_bytes.size())
+                        *out = layout.input_bytes[index];
                     else
                         c.result = kBadIndex;
                     break;
                 default:
-                    if (index < spec.output_bytes.size())
-                        *out = spec.output_bytes[index];
+                    if (index < layout.output_bytes.size())
+                        *out = layout.output_bytes[index];
                     else
                         c.result = kBadIndex;
                     break;
@@ -347,8 +347,8 @@ void Reset() {
     CreateSessionHook old_create;
     {
         std::lock_guard<std::mutex> g(s.lock);
-        s.default_spec = SessionSpec{};
-        s.specs.clear();
+        s.default_layout = SessionLayout{};
+        s.layouts.clear();
         s.failures.clear();
         old_run.swap(s.run_hook);
         old_create.swap(s.create_session_hook);
@@ -359,14 +359,14 @@ void Reset() {
     // Hooks die outside the lock: they may own objects that call back in.
 }
 
-void SetDefaultSpec(const SessionSpec& spec) {
+void SetDefaultLayout(const SessionLayout& layout) {
     std::lock_guard<std::mutex> g(S().lock);
-    S().default_spec = spec;
+    S().default_layout = layout;
 }
 
-void SetSpec(const std::string& model_path, const SessionSpec& spec) {
+void SetLayout(const std::string& model_path, const SessionLayout& layout) {
     std::lock_guard<std::mutex> g(S().lock);
-    S().specs[model_path] = spec;
+    S().layouts[model_path] = layout;
 }
 
 void Fail(Op op, int result, int after, int times) {

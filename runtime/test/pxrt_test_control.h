@@ -40,12 +40,12 @@ constexpr int kBadIndex = -101;
 constexpr char kVersion[] = "pxrt-test 1.0";
 
 // Byte sizes of a session's inputs and outputs (their counts are the vector lengths). A model without
-// a spec of its own takes the default, unless its file is a test-runtime model:
+// a layout of its own takes the default, unless its file is a test-runtime model:
 //   pxrt-test-model
 //   input <bytes>      (one line per input, in order)
 //   output <bytes>     (one line per output)
 //   run copy           (optional: without a run hook, Run copies each input to its output)
-struct SessionSpec {
+struct SessionLayout {
     std::vector<size_t> input_bytes{64};
     std::vector<size_t> output_bytes{64};
 };
@@ -103,12 +103,12 @@ struct TensorInfo {
 using RunHook = std::function<int(void* session, PXRT::TensorArray* inputs, PXRT::TensorArray* outputs)>;
 using CreateSessionHook = std::function<void(const std::string& model_path)>;
 
-// Forgets calls, specs, failures and hooks. Live objects and load counts are kept.
+// Forgets calls, layouts, failures and hooks. Live objects and load counts are kept.
 void Reset();
 
-// Spec of sessions for any model without one of its own.
-void SetDefaultSpec(const SessionSpec& spec);
-void SetSpec(const std::string& model_path, const SessionSpec& spec);
+// Layout of sessions for any model without one of its own.
+void SetDefaultLayout(const SessionLayout& layout);
+void SetLayout(const std::string& model_path, const SessionLayout& layout);
 
 // After `after` further calls of `op` that are let through, the next `times` calls (-1: all) fail:
 // operations with an int result return `result`; CreateInterpreter and the tensor factories return

@@ -85,7 +85,7 @@ TEST_P(QcomAllocTest, FramePathAllocatesNothing) {
     Env env;
     constexpr int kW = 64, kH = 32;
     const bool yuv = GetParam() == 1;
-    pxrt_test::SetDefaultSpec(SpecFor(kW, kH, yuv));
+    pxrt_test::SetDefaultLayout(LayoutFor(kW, kH, yuv));
     pxrt_test::SetRunHook(FillOutput(3));
     CfgText cfg;
     cfg.processType = GetParam();
