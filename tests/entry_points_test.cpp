@@ -29,7 +29,7 @@ struct Image {
 };
 
 class EntryPointsTest : public ::testing::Test {
-protected:
+  protected:
     void SelectMode(int32_t mode) {
         InitParams_ p{};
         p.algo_mode = mode;
@@ -83,14 +83,20 @@ struct Row {
 };
 
 const Row kRows[] = {
-    {"Video_AI_Model_Init", [](void* h, InitParams_* i, ProcParams_*, VAI_IMG_*, VAI_IMG_*) {
-         return Video_AI_Model_Init(h, i); }, 0, true, 0},
-    {"Video_AI_Proc_Process", [](void* h, InitParams_*, ProcParams_* p, VAI_IMG_* o, VAI_IMG_* in) {
-         return Video_AI_Proc_Process(h, o, in, p); }, 0, true, 0},
-    {"Video_AI_Model_Uninit", [](void* h, InitParams_*, ProcParams_*, VAI_IMG_*, VAI_IMG_*) {
-         return Video_AI_Model_Uninit(h); }, 0, false, 0},
-    {"Video_AI_Proc_Uninit", [](void* h, InitParams_*, ProcParams_*, VAI_IMG_*, VAI_IMG_*) {
-         return Video_AI_Proc_Uninit(h); }, 0, false, 0},
+    {"Video_AI_Model_Init",
+     [](void* h, InitParams_* i, ProcParams_*, VAI_IMG_*, VAI_IMG_*) { return Video_AI_Model_Init(h, i); }, 0,
+     true, 0},
+    {"Video_AI_Proc_Process",
+     [](void* h, InitParams_*, ProcParams_* p, VAI_IMG_* o, VAI_IMG_* in) {
+         return Video_AI_Proc_Process(h, o, in, p);
+     },
+     0, true, 0},
+    {"Video_AI_Model_Uninit",
+     [](void* h, InitParams_*, ProcParams_*, VAI_IMG_*, VAI_IMG_*) { return Video_AI_Model_Uninit(h); }, 0,
+     false, 0},
+    {"Video_AI_Proc_Uninit",
+     [](void* h, InitParams_*, ProcParams_*, VAI_IMG_*, VAI_IMG_*) { return Video_AI_Proc_Uninit(h); }, 0,
+     false, 0},
 };
 
 TEST_F(EntryPointsTest, DispatchTable) {
@@ -189,8 +195,9 @@ TEST_F(EntryPointsTest, SilentAtLogLevelZero) {
 }
 
 TEST(StatusNarrowing, KeepsTheLowSignedByte) {
-    const int cases[][2] = {{0, 0}, {6, 6}, {127, 127}, {128, -128}, {200, -56}, {255, -1}, {256, 0},
-                            {300, 44}, {1041, 17}, {-1, -1}, {-128, -128}, {-129, 127}, {65535, -1}};
+    const int cases[][2] = {{0, 0},       {6, 6},      {127, 127}, {128, -128}, {200, -56},
+                            {255, -1},    {256, 0},    {300, 44},  {1041, 17},  {-1, -1},
+                            {-128, -128}, {-129, 127}, {65535, -1}};
     for (const auto& c : cases) EXPECT_EQ(vai::NarrowStatus(c[0]), c[1]) << c[0];
 }
 

@@ -26,7 +26,8 @@ struct Images {
             img[i].plane_num = static_cast<uint8_t>(planeCount);
             for (int p = 0; p < planeCount; ++p) {
                 planes.emplace_back(size);
-                for (uint32_t k = 0; k < size; ++k) planes.back()[k] = static_cast<unsigned char>(seed + i * 16 + p + k);
+                for (uint32_t k = 0; k < size; ++k)
+                    planes.back()[k] = static_cast<unsigned char>(seed + i * 16 + p + k);
                 img[i].plane_addr[p] = planes.back().data();
                 img[i].plane_size[p] = size;
             }
@@ -37,7 +38,7 @@ struct Images {
 };
 
 class CopyImageTest : public ::testing::Test {
-protected:
+  protected:
     ScopedValue<unsigned char> level_{g_log_level, 1};
     LogCapture log_;
 };

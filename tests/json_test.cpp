@@ -12,7 +12,7 @@
 namespace {
 
 class JsonTest : public ::testing::Test {
-protected:
+  protected:
     std::string Write(const std::string& name, const std::string& text) {
         // Test cases run in parallel processes: keep their files apart.
         const std::string path = std::string(VAI_TEST_BINARY_DIR) + "/" +
@@ -31,7 +31,9 @@ protected:
 };
 
 TEST_F(JsonTest, ParsesCommentsAndFullPrecision) {
-    auto doc = Parse("// leading comment\n{ /* block */ \"a\": 1, // tail\n \"b\": 0.1000000000000000055511151231257827 }");
+    auto doc = Parse(
+        "// leading comment\n{ /* block */ \"a\": 1, // tail\n \"b\": 0.1000000000000000055511151231257827 "
+        "}");
     unsigned a = 0;
     EXPECT_TRUE(JsonGet(doc, "a", a));
     EXPECT_EQ(a, 1u);
@@ -70,10 +72,17 @@ struct GetCase {
 
 TEST_F(JsonTest, GetAcceptsOnlyUnsigned) {
     const GetCase cases[] = {
-        {"7", true, 7},        {"0", true, 0},         {"4294967295", true, 4294967295u},
-        {"4294967296", false, 99}, {"-1", false, 99}, {"1.5", false, 99},
-        {"1.0", false, 99},    {"\"7\"", false, 99},   {"true", false, 99},
-        {"[1]", false, 99},    {"null", false, 99},
+        {"7", true, 7},
+        {"0", true, 0},
+        {"4294967295", true, 4294967295u},
+        {"4294967296", false, 99},
+        {"-1", false, 99},
+        {"1.5", false, 99},
+        {"1.0", false, 99},
+        {"\"7\"", false, 99},
+        {"true", false, 99},
+        {"[1]", false, 99},
+        {"null", false, 99},
     };
     for (const GetCase& c : cases) {
         auto doc = Parse(std::string("{\"k\": ") + c.json + "}");
@@ -116,7 +125,11 @@ TEST_F(JsonTest, GetArrayBoundsAndTypes) {
         {"[1,2,3,4,5]", 2, true, {1, 2, 99, 99, 99, 99, 99, 99}, nullptr},
         {"[]", 8, true, {99, 99, 99, 99, 99, 99, 99, 99}, nullptr},
         {"[1,2,3]", 0, true, {99, 99, 99, 99, 99, 99, 99, 99}, nullptr},
-        {"[1,2,\"x\",4]", 8, false, {1, 2, 99, 99, 99, 99, 99, 99}, "datatype is diff, parse \"k\" pars failed!"},
+        {"[1,2,\"x\",4]",
+         8,
+         false,
+         {1, 2, 99, 99, 99, 99, 99, 99},
+         "datatype is diff, parse \"k\" pars failed!"},
         {"[1,2,3,-4]", 3, true, {1, 2, 3, 99, 99, 99, 99, 99}, nullptr},
         {"[1,2,3,-4]", 4, false, {1, 2, 3, 99, 99, 99, 99, 99}, "datatype is diff, parse \"k\" pars failed!"},
         {"5", 8, false, {99, 99, 99, 99, 99, 99, 99, 99}, "parse \"k\" pars failed!"},

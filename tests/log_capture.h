@@ -14,7 +14,7 @@ struct LogLine {
 };
 
 class LogCapture {
-public:
+  public:
     LogCapture() { previous_ = vai_host_set_log_sink(&LogCapture::Sink, this); }
     ~LogCapture() { vai_host_set_log_sink(previous_, nullptr); }
     LogCapture(const LogCapture&) = delete;
@@ -46,7 +46,7 @@ public:
         lines_.clear();
     }
 
-private:
+  private:
     static int Sink(int prio, const char* tag, const char* text, void* user) {
         auto* self = static_cast<LogCapture*>(user);
         std::lock_guard<std::mutex> lock(self->mutex_);
@@ -62,13 +62,13 @@ private:
 // Sets a global for the scope of a test and restores it afterwards.
 template <typename T>
 class ScopedValue {
-public:
+  public:
     ScopedValue(T& ref, T value) : ref_(ref), saved_(ref) { ref_ = value; }
     ~ScopedValue() { ref_ = saved_; }
     ScopedValue(const ScopedValue&) = delete;
     ScopedValue& operator=(const ScopedValue&) = delete;
 
-private:
+  private:
     T& ref_;
     T saved_;
 };

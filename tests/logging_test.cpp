@@ -12,7 +12,7 @@ namespace {
 using vemo::LogPrintf;
 
 class LoggingTest : public ::testing::Test {
-protected:
+  protected:
     ScopedValue<unsigned char> level_{g_log_level, 1};
     ScopedValue<unsigned int> mask_{LogPrintf::mLogLevel, 1};
     LogCapture log_;
@@ -23,8 +23,11 @@ TEST_F(LoggingTest, DirectPathGatesEachPriorityByLevel) {
     struct {
         int priority;
         int min_level;
-    } const kGates[] = {{ANDROID_LOG_ERROR, 1}, {ANDROID_LOG_WARN, 2}, {ANDROID_LOG_INFO, 3},
-                        {ANDROID_LOG_DEBUG, 4}, {ANDROID_LOG_VERBOSE, 5}};
+    } const kGates[] = {{ANDROID_LOG_ERROR, 1},
+                        {ANDROID_LOG_WARN, 2},
+                        {ANDROID_LOG_INFO, 3},
+                        {ANDROID_LOG_DEBUG, 4},
+                        {ANDROID_LOG_VERBOSE, 5}};
     for (int level = 0; level <= 6; ++level) {
         g_log_level = static_cast<unsigned char>(level);
         log_.Clear();
@@ -68,7 +71,8 @@ TEST_F(LoggingTest, VemoPrefixCarriesModuleFileLineAndFunction) {
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_EQ(lines[0].tag, "Algorithm");
     EXPECT_EQ(lines[0].prio, ANDROID_LOG_ERROR);
-    EXPECT_EQ(lines[0].text, "[ERROR] [VEMO] [logging_test.cpp] " + std::to_string(line) + "  TestBody() value 7");
+    EXPECT_EQ(lines[0].text,
+              "[ERROR] [VEMO] [logging_test.cpp] " + std::to_string(line) + "  TestBody() value 7");
     EXPECT_EQ(lines[1].prio, ANDROID_LOG_INFO);
     EXPECT_EQ(lines[1].text.rfind("[INFO] [VEMO] [logging_test.cpp] ", 0), 0u) << lines[1].text;
 }
@@ -157,9 +161,9 @@ struct PropCase {
 
 TEST_F(LoggingTest, SetLogStatusByProp) {
     const PropCase cases[] = {
-        {"0", nullptr, 0, 1},   {"abc", nullptr, 0, 1}, {"255", nullptr, 255, 63},
-        {"-1", nullptr, -1, 63}, {"5", nullptr, 5, 5},   {"100", nullptr, 100, 36},
-        {nullptr, "4", 4, 4},   {nullptr, nullptr, 0, 1}, {"6", "4", 6, 6},
+        {"0", nullptr, 0, 1},    {"abc", nullptr, 0, 1},   {"255", nullptr, 255, 63},
+        {"-1", nullptr, -1, 63}, {"5", nullptr, 5, 5},     {"100", nullptr, 100, 36},
+        {nullptr, "4", 4, 4},    {nullptr, nullptr, 0, 1}, {"6", "4", 6, 6},
     };
     const char* key = "vendor.test.log.level";
     for (const PropCase& c : cases) {
@@ -168,7 +172,8 @@ TEST_F(LoggingTest, SetLogStatusByProp) {
             ASSERT_EQ(property_set(key, c.value), 0);
         }
         LogPrintf::mLogLevel = 1;
-        EXPECT_EQ(LogPrintf::setLogStatusByProp(key, c.fallback), c.result) << (c.value ? c.value : "(unset)");
+        EXPECT_EQ(LogPrintf::setLogStatusByProp(key, c.fallback), c.result)
+            << (c.value ? c.value : "(unset)");
         EXPECT_EQ(LogPrintf::mLogLevel, c.mask) << (c.value ? c.value : "(unset)");
     }
     vai_host_reset_properties();

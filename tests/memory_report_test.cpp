@@ -211,7 +211,7 @@ TEST_F(ReportTest, NothingIsCheckedWithTracingOff) {
 // Death tests re-execute the binary in the threadsafe style; under a user-mode emulator that exec
 // fails, so there the child is forked as it is.
 class FinalCheckDeathTest : public MemoryTraceTest {
-protected:
+  protected:
     void SetUp() override {
 #ifdef VAI_TEST_UNDER_EMULATOR
         GTEST_FLAG_SET(death_test_style, "fast");

@@ -18,12 +18,13 @@ namespace {
 constexpr const char* kKey = "vendor.test.prop";
 
 class PropertiesTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { vai_host_reset_properties(); }
     void TearDown() override { vai_host_reset_properties(); }
     void Set(const char* value) { ASSERT_EQ(property_set(kKey, value), 0); }
 
-    ScopedValue<unsigned int> mask_{vemo::LogPrintf::mLogLevel, vemo::LogPrintf::kError | vemo::LogPrintf::kInfo};
+    ScopedValue<unsigned int> mask_{vemo::LogPrintf::mLogLevel,
+                                    vemo::LogPrintf::kError | vemo::LogPrintf::kInfo};
     LogCapture log_;
 };
 
@@ -51,11 +52,11 @@ struct BoolCase {
 
 TEST_F(PropertiesTest, BoolConversions) {
     const BoolCase cases[] = {
-        {"0", true, false},      {"n", true, false},     {"1", false, true},    {"y", false, true},
-        {"x", true, true},       {"x", false, false},    {"no", true, false},   {"false", true, false},
-        {"off", true, false},    {"yes", false, true},   {"true", false, true}, {"on", false, true},
-        {"TRUE", false, false},  {"TRUE", true, true},   {"On", false, false},  {"", true, true},
-        {"", false, false},      {nullptr, true, true},  {"yes ", false, false}, {"N", true, true},
+        {"0", true, false},     {"n", true, false},    {"1", false, true},     {"y", false, true},
+        {"x", true, true},      {"x", false, false},   {"no", true, false},    {"false", true, false},
+        {"off", true, false},   {"yes", false, true},  {"true", false, true},  {"on", false, true},
+        {"TRUE", false, false}, {"TRUE", true, true},  {"On", false, false},   {"", true, true},
+        {"", false, false},     {nullptr, true, true}, {"yes ", false, false}, {"N", true, true},
     };
     for (const BoolCase& c : cases) {
         vai_host_reset_properties();
@@ -115,8 +116,8 @@ TEST_F(PropertiesTest, IntegerConversionsBoundsAndMessages) {
             EXPECT_EQ(lines[0].prio, ANDROID_LOG_INFO);
             const std::string& t = lines[0].text;
             EXPECT_EQ(t.rfind("[INFO] [VEMO] [Properties.cpp] ", 0), 0u) << t;
-            const std::string tail = "  property_get_imax() property_get_imax(vendor.test.prop,-42) - " +
-                                     std::string(c.message);
+            const std::string tail =
+                "  property_get_imax() property_get_imax(vendor.test.prop,-42) - " + std::string(c.message);
             EXPECT_NE(t.find(tail), std::string::npos) << t;
         }
     }
@@ -135,7 +136,9 @@ TEST_F(PropertiesTest, IntegerReadersPreserveErrno) {
     }
 }
 
-TEST_F(PropertiesTest, NullKeyGivesDefault) { EXPECT_EQ(property_get_int32(nullptr, 9), 9); }
+TEST_F(PropertiesTest, NullKeyGivesDefault) {
+    EXPECT_EQ(property_get_int32(nullptr, 9), 9);
+}
 
 TEST_F(PropertiesTest, ListVisitsEveryProperty) {
     ASSERT_EQ(property_set("vendor.a", "1"), 0);

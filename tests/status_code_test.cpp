@@ -53,9 +53,9 @@ TEST(StatusToString, NamesAtBlockEdges) {
 }
 
 TEST(StatusToString, GapsAndOutsideAreNull) {
-    const int unnamed[] = {-1, -2, INT_MIN, 10, 15, 17, 255, 273, 511, 530, 767, 778, 783, 785, 1023,
-                           1043, 1279, 1292, 1535, 1538, 1791, 1797, 57343, 57354, 57359, 57362, 65533,
-                           65536, INT_MAX};
+    const int unnamed[] = {-1,   -2,   INT_MIN, 10,    15,    17,    255,   273,   511,    530,
+                           767,  778,  783,     785,   1023,  1043,  1279,  1292,  1535,   1538,
+                           1791, 1797, 57343,   57354, 57359, 57362, 65533, 65536, INT_MAX};
     for (int s : unnamed) EXPECT_EQ(statusToString(s), nullptr) << s;
 }
 

@@ -14,9 +14,9 @@ TEST(Timing, DiffInMicroseconds) {
     const DiffCase cases[] = {
         {{5, 999999000}, {6, 1000}, 2},
         {{0, 0}, {1, 0}, 1000000},
-        {{10, 500}, {10, 1499}, 0},         // truncates toward zero
-        {{6, 1000}, {5, 999999000}, -2},    // earlier end: negative
-        {{10, 1499}, {10, 500}, 0},         // -999 ns truncates to 0, not -1
+        {{10, 500}, {10, 1499}, 0},       // truncates toward zero
+        {{6, 1000}, {5, 999999000}, -2},  // earlier end: negative
+        {{10, 1499}, {10, 500}, 0},       // -999 ns truncates to 0, not -1
         {{0, 0}, {3000000000LL, 0}, 3000000000000000LL},
     };
     for (const DiffCase& c : cases) {

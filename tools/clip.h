@@ -21,12 +21,12 @@ struct ClipFormat {
 
 // One frame buffer with the image record that describes it.
 class Frame {
-public:
+  public:
     explicit Frame(const ClipFormat& fmt);
     vAIPROC::VAI_IMG_* Image() { return &img_; }
     std::vector<uint8_t>& Bytes() { return data_; }
 
-private:
+  private:
     std::vector<uint8_t> data_;
     vAIPROC::VAI_IMG_ img_{};
 };

@@ -23,7 +23,7 @@ struct Options {
     std::string output = "vaitool_out.yuv";
     ClipFormat fmt{640, 480, 10};
     int mode = 0;
-    int frames = 5;  // synthesised clip only
+    int frames = 5;     // synthesised clip only
     int logLevel = -1;  // -1: leave the library's default
     // Mode 1: configuration file, one model for every camera type, project, frame gain.
     std::string config;
@@ -140,7 +140,8 @@ int main(int argc, char** argv) {
     if (!opt.input.empty()) {
         in = std::fopen(opt.input.c_str(), "rb");
         if (in == nullptr) {
-            std::fprintf(stderr, "error: cannot open input clip '%s': %s\n", opt.input.c_str(), std::strerror(errno));
+            std::fprintf(stderr, "error: cannot open input clip '%s': %s\n", opt.input.c_str(),
+                         std::strerror(errno));
             return 2;
         }
         struct stat st {};
@@ -216,8 +217,8 @@ int main(int argc, char** argv) {
 
     std::printf("vaitool: %s, mode %d (%s), %d frames of %dx%d %d-bit -> %s\n",
                 opt.input.empty() ? "synthesised clip" : opt.input.c_str(), opt.mode,
-                opt.mode == 0 ? "bypass" : Video_AI_Proc_GetVersion(opt.mode),
-                frameCount, opt.fmt.width, opt.fmt.height, opt.fmt.bits, opt.output.c_str());
+                opt.mode == 0 ? "bypass" : Video_AI_Proc_GetVersion(opt.mode), frameCount, opt.fmt.width,
+                opt.fmt.height, opt.fmt.bits, opt.output.c_str());
     std::printf("frames failed: %d, frames identical to input: %d/%d\n", failures, unchanged, frameCount);
     if (!writeOk) {
         std::fprintf(stderr, "error: writing '%s' failed\n", opt.output.c_str());

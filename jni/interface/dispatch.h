@@ -4,6 +4,8 @@
 namespace vai {
 
 // Statuses cross the public boundary as signed 8-bit values widened again.
-inline int NarrowStatus(int status) { return static_cast<signed char>(status); }
+inline int NarrowStatus(int status) {
+    return static_cast<signed char>(status);
+}
 
 }  // namespace vai

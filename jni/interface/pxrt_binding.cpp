@@ -19,7 +19,9 @@ namespace {
 constexpr char kDevicePath[] = "/odm/lib64/libPXRT.so";
 }
 
-const char* PxrtLibraryPath() { return HostOverride("VAI_PXRT_LIBRARY", kDevicePath); }
+const char* PxrtLibraryPath() {
+    return HostOverride("VAI_PXRT_LIBRARY", kDevicePath);
+}
 
 bool PxrtLoad() {
     g_hDllLib = dlopen(PxrtLibraryPath(), RTLD_NOW);

@@ -8,18 +8,18 @@ namespace vAIPROC {
 
 // One image. Callers pass contiguous arrays; the first element's img_num is the count.
 struct VAI_IMG_ {
-    int8_t btw;             // bits per sample; above 8 means 16-bit little-endian words
-    uint8_t img_num;        // images in the array (first element only)
-    uint8_t plane_num;      // planes of this image, at most 4
+    int8_t btw;         // bits per sample; above 8 means 16-bit little-endian words
+    uint8_t img_num;    // images in the array (first element only)
+    uint8_t plane_num;  // planes of this image, at most 4
     unsigned char* plane_addr[4];
-    int32_t stride[4];      // bytes per row
-    int32_t slice[4];       // rows per plane
-    uint32_t plane_size[4]; // bytes per plane
-    int32_t fd[4];          // buffer descriptors (logged only)
+    int32_t stride[4];       // bytes per row
+    int32_t slice[4];        // rows per plane
+    uint32_t plane_size[4];  // bytes per plane
+    int32_t fd[4];           // buffer descriptors (logged only)
     int32_t width;
     int32_t height;
     uint32_t reserved0[2];
-    uint64_t req_id;        // camera request number
+    uint64_t req_id;  // camera request number
     uint64_t reserved1;
 };
 
@@ -32,8 +32,8 @@ enum : int32_t {
 };
 
 struct InitParams_ {
-    char project_name[16];              // need not be NUL-terminated
-    const char* model_path[5];          // per camera type
+    char project_name[16];                 // need not be NUL-terminated
+    const char* model_path[5];             // per camera type
     const char* mtk_yuv_model_path[2][5];  // per camera mode and type
     const void* reserved0;
     const char* cfg_path;

@@ -29,8 +29,12 @@ struct Backend {
     int (*uninit)(void*);
 };
 
-void LogBypass() { VAI_LOGE("Get Bypass Algo setting from HAL now!"); }
-void LogUnsupported(int32_t mode) { VAI_LOGE("Unsupported algo mode(%d) now!", mode); }
+void LogBypass() {
+    VAI_LOGE("Get Bypass Algo setting from HAL now!");
+}
+void LogUnsupported(int32_t mode) {
+    VAI_LOGE("Unsupported algo mode(%d) now!", mode);
+}
 
 namespace bypass {
 const char* GetVersion() {
@@ -50,7 +54,9 @@ int Process(void*, VAI_IMG_* out, VAI_IMG_* in, const ProcParams_*) {
     // The second argument's planes are copied over the third: the reverse of the back-ends' copies.
     return CopyImage(in, out);
 }
-int Release(void*) { return SDK_SUCCESS; }
+int Release(void*) {
+    return SDK_SUCCESS;
+}
 }  // namespace bypass
 
 constexpr Backend kBackends[] = {

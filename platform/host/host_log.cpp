@@ -14,13 +14,20 @@ void* gSinkUser = nullptr;
 
 char PriorityLetter(int prio) {
     switch (prio) {
-        case ANDROID_LOG_VERBOSE: return 'V';
-        case ANDROID_LOG_DEBUG: return 'D';
-        case ANDROID_LOG_INFO: return 'I';
-        case ANDROID_LOG_WARN: return 'W';
-        case ANDROID_LOG_ERROR: return 'E';
-        case ANDROID_LOG_FATAL: return 'F';
-        default: return '?';
+        case ANDROID_LOG_VERBOSE:
+            return 'V';
+        case ANDROID_LOG_DEBUG:
+            return 'D';
+        case ANDROID_LOG_INFO:
+            return 'I';
+        case ANDROID_LOG_WARN:
+            return 'W';
+        case ANDROID_LOG_ERROR:
+            return 'E';
+        case ANDROID_LOG_FATAL:
+            return 'F';
+        default:
+            return '?';
     }
 }
 

@@ -160,7 +160,8 @@ class TestInterpreter : public PXRT::Interpreter {
             c.result = -2;  // nothing to open
         } else {
             auto it = s.layouts.find(model);
-            auto* created = new TestSession{this, model, it != s.layouts.end() ? it->second : s.default_layout};
+            auto* created =
+                new TestSession{this, model, it != s.layouts.end() ? it->second : s.default_layout};
             if (it == s.layouts.end()) ReadModelFile(model, &created->layout, &created->copy);
             open_.insert(created);
             s.sessions.insert(created);

@@ -313,11 +313,21 @@ void AlgorithmMemory::nativeMemAdd(unsigned long size) {
     if (sNativeUsingSize > sNativeUsingMaxSize) sNativeUsingMaxSize = sNativeUsingSize;
 }
 
-void AlgorithmMemory::nativeMemDec(unsigned long size) { AdjustCounter(sNativeUsingSize, -size); }
-void AlgorithmMemory::externalMemAdd(unsigned long size) { AdjustCounter(sExternalUsingSize, size); }
-void AlgorithmMemory::externalMemDec(unsigned long size) { AdjustCounter(sExternalUsingSize, -size); }
-void AlgorithmMemory::virtureMemAdd(unsigned long size) { AdjustCounter(sVirtureUsingSize, size); }
-void AlgorithmMemory::virtureMemDec(unsigned long size) { AdjustCounter(sVirtureUsingSize, -size); }
+void AlgorithmMemory::nativeMemDec(unsigned long size) {
+    AdjustCounter(sNativeUsingSize, -size);
+}
+void AlgorithmMemory::externalMemAdd(unsigned long size) {
+    AdjustCounter(sExternalUsingSize, size);
+}
+void AlgorithmMemory::externalMemDec(unsigned long size) {
+    AdjustCounter(sExternalUsingSize, -size);
+}
+void AlgorithmMemory::virtureMemAdd(unsigned long size) {
+    AdjustCounter(sVirtureUsingSize, size);
+}
+void AlgorithmMemory::virtureMemDec(unsigned long size) {
+    AdjustCounter(sVirtureUsingSize, -size);
+}
 
 unsigned long AlgorithmMemory::getTotalMemSize() {
     if (!sDebugEnable) return 0;

@@ -4,12 +4,13 @@
 #include "status_code.h"
 
 // The hand-off record's six pointers, logged alike on refusal and on success.
-#define APS_INFO_FORMAT \
-    "input sAPSNativeMemLock:%p, sAPSNativeUsingSize:%p, sAPSMapLock:%p, sAPSHardBuffLock:%p,sAPSMemMap:%p, " \
+#define APS_INFO_FORMAT                                                    \
+    "input sAPSNativeMemLock:%p, sAPSNativeUsingSize:%p, sAPSMapLock:%p, " \
+    "sAPSHardBuffLock:%p,sAPSMemMap:%p, "                                  \
     "sAPSRefNum:%p"
-#define APS_INFO_ARGS(info)                                                                              \
-    static_cast<void*>((info)->sAPSNativeMemLock), static_cast<void*>((info)->sAPSNativeUsingSize),     \
-        static_cast<void*>((info)->sAPSMapLock), static_cast<void*>((info)->sAPSHardBuffLock),          \
+#define APS_INFO_ARGS(info)                                                                         \
+    static_cast<void*>((info)->sAPSNativeMemLock), static_cast<void*>((info)->sAPSNativeUsingSize), \
+        static_cast<void*>((info)->sAPSMapLock), static_cast<void*>((info)->sAPSHardBuffLock),      \
         static_cast<void*>((info)->sAPSMemMap), static_cast<void*>((info)->sAPSRefNum)
 
 namespace vemo {

@@ -16,12 +16,18 @@ namespace vemo {
 
 unsigned int LogPrintf::mLogLevel = 1;
 
-LogPrintf::LogPrintf() { mLogLevel = 1; }
+LogPrintf::LogPrintf() {
+    mLogLevel = 1;
+}
 
 // Resetting on destruction is deliberate: a host's temporary logger restores the default.
-LogPrintf::~LogPrintf() { mLogLevel = 1; }
+LogPrintf::~LogPrintf() {
+    mLogLevel = 1;
+}
 
-void LogPrintf::setLogStatus(unsigned int level) { mLogLevel = level; }
+void LogPrintf::setLogStatus(unsigned int level) {
+    mLogLevel = level;
+}
 
 int LogPrintf::setLogStatusByProp(const char* property, const char* defaultValue) {
     char value[92];

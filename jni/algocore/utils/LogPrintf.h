@@ -7,7 +7,7 @@
 namespace vemo {
 
 class VAI_EXPORT LogPrintf {
-public:
+  public:
     // Bits of mLogLevel. 255 as a whole value sends everything to standard output instead.
     enum : unsigned int {
         kError = 1,
@@ -47,12 +47,12 @@ constexpr const char* SourceBaseName(const char* path) {
 #define VEMO_FILE_NAME ::vemo::SourceBaseName(__FILE__)
 #endif
 
-#define VEMO_LOG_AT(bit, prefix, fmt, ...)                                                       \
-    do {                                                                                         \
-        if (::vemo::LogPrintf::mLogLevel & (bit)) {                                              \
-            ::vemo::LogPrintf::logPrint((bit), prefix "[%s] [%s] %d  %s() " fmt, "VEMO",         \
-                                        VEMO_FILE_NAME, __LINE__, __func__, ##__VA_ARGS__);     \
-        }                                                                                        \
+#define VEMO_LOG_AT(bit, prefix, fmt, ...)                                                               \
+    do {                                                                                                 \
+        if (::vemo::LogPrintf::mLogLevel & (bit)) {                                                      \
+            ::vemo::LogPrintf::logPrint((bit), prefix "[%s] [%s] %d  %s() " fmt, "VEMO", VEMO_FILE_NAME, \
+                                        __LINE__, __func__, ##__VA_ARGS__);                              \
+        }                                                                                                \
     } while (0)
 
 #define VEMO_LOGE(fmt, ...) VEMO_LOG_AT(::vemo::LogPrintf::kError, "[ERROR] ", fmt, ##__VA_ARGS__)

@@ -27,10 +27,13 @@ bool property_get_bool(const char* key, bool defaultValue) {
     if (buf[0] != '\0' && buf[1] == '\0') {
         switch (buf[0]) {
             case '0':
-            case 'n': return false;
+            case 'n':
+                return false;
             case '1':
-            case 'y': return true;
-            default: return defaultValue;
+            case 'y':
+                return true;
+            default:
+                return defaultValue;
         }
     }
     static const char* const kFalse[] = {"no", "false", "off"};
@@ -76,7 +79,9 @@ int32_t property_get_int32(const char* key, int32_t defaultValue) {
     return static_cast<int32_t>(property_get_imax(key, INT32_MIN, INT32_MAX, defaultValue));
 }
 
-int property_set(const char* key, const char* value) { return __system_property_set(key, value); }
+int property_set(const char* key, const char* value) {
+    return __system_property_set(key, value);
+}
 
 namespace {
 

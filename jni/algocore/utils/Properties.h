@@ -14,4 +14,5 @@ VAI_EXPORT intmax_t property_get_imax(const char* key, intmax_t lower, intmax_t 
 VAI_EXPORT int64_t property_get_int64(const char* key, int64_t defaultValue);
 VAI_EXPORT int32_t property_get_int32(const char* key, int32_t defaultValue);
 VAI_EXPORT int property_set(const char* key, const char* value);
-VAI_EXPORT int property_list(void (*callback)(const char* key, const char* value, void* cookie), void* cookie);
+VAI_EXPORT int property_list(void (*callback)(const char* key, const char* value, void* cookie),
+                             void* cookie);

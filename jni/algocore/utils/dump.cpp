@@ -18,7 +18,9 @@ constexpr const char* kDumpDirectory = "/data/vendor/camera/videoai/";
 constexpr size_t kPathSize = 256;
 }  // namespace
 
-const char* DumpDirectory() { return vai::HostOverride("VAI_DUMP_DIR", kDumpDirectory); }
+const char* DumpDirectory() {
+    return vai::HostOverride("VAI_DUMP_DIR", kDumpDirectory);
+}
 
 int GetDateTime(DateTime_* out) {
     if (out == nullptr) return -1;

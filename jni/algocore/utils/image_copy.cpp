@@ -38,11 +38,13 @@ int CopyImage(VAI_IMG_* out, VAI_IMG_* in) {
                 break;
             }
             if (src.plane_size[p] == dst.plane_size[p] && src.plane_addr[p] != dst.plane_addr[p]) {
-                if (src.plane_size[p] != 0) std::memcpy(dst.plane_addr[p], src.plane_addr[p], src.plane_size[p]);
+                if (src.plane_size[p] != 0)
+                    std::memcpy(dst.plane_addr[p], src.plane_addr[p], src.plane_size[p]);
             } else {
-                VAI_LOGE("in_img(id:%d, palneId:%d, planeAddr:%p, planeSize:%d) and out_img(id:%d, palneId:%d, "
-                         "planeAddr:%p, planeSize:%d)are dismatch in CopyImage, skip!",
-                         i, p, src.plane_addr[p], src.plane_size[p], i, p, dst.plane_addr[p], dst.plane_size[p]);
+                VAI_LOGE(
+                    "in_img(id:%d, palneId:%d, planeAddr:%p, planeSize:%d) and out_img(id:%d, palneId:%d, "
+                    "planeAddr:%p, planeSize:%d)are dismatch in CopyImage, skip!",
+                    i, p, src.plane_addr[p], src.plane_size[p], i, p, dst.plane_addr[p], dst.plane_size[p]);
             }
         }
     }

@@ -18,5 +18,5 @@ template <typename T>
 VAI_EXPORT bool JsonGetArray(const rapidjson::Value& obj, const char* key, T* out, unsigned char max_count);
 
 extern template VAI_EXPORT bool JsonGet<unsigned int>(const rapidjson::Value&, const char*, unsigned int&);
-extern template VAI_EXPORT bool JsonGetArray<unsigned int>(const rapidjson::Value&, const char*, unsigned int*,
-                                                           unsigned char);
+extern template VAI_EXPORT bool JsonGetArray<unsigned int>(const rapidjson::Value&, const char*,
+                                                           unsigned int*, unsigned char);

@@ -49,24 +49,12 @@ const char* const kBlock100[] = {
     "SDK_FILE_REWIND_ERR",
 };
 const char* const kBlock200[] = {
-    "SDK_IMAGE_BASE_ERR",
-    "SDK_IMAGE_FORMAT_ERR",
-    "SDK_IMAGE_SIZE_ERR",
-    "SDK_IMAGE_WIDTH_ERR",
-    "SDK_IMAGE_HEIGHT_ERR",
-    "SDK_IMAGE_STRIDE_ERR",
-    "SDK_IMAGE_SCANLINE_ERR",
-    "SDK_IMAGE_ORIENTATION_ERR",
-    "SDK_IMAGE_CHANNEL_ERR",
-    "SDK_IMAGE_BUFFER_TYPE_ERR",
-    "SDK_IMAGE_BIT_DEPTH_ERR",
-    "SDK_IMAGE_READ_ERR",
-    "SDK_IMAGE_SAVE_ERR",
-    "SDK_IMAGE_FORMAT_CVT_ERR",
-    "SDK_IMAGE_RESIZE_ERR",
-    "SDK_IMAGE_ROTATE_ERR",
-    "SDK_IMAGE_FLIP_ERR",
-    "SDK_IMAGE_UNKNOW_RESOLUTION",
+    "SDK_IMAGE_BASE_ERR",        "SDK_IMAGE_FORMAT_ERR",      "SDK_IMAGE_SIZE_ERR",
+    "SDK_IMAGE_WIDTH_ERR",       "SDK_IMAGE_HEIGHT_ERR",      "SDK_IMAGE_STRIDE_ERR",
+    "SDK_IMAGE_SCANLINE_ERR",    "SDK_IMAGE_ORIENTATION_ERR", "SDK_IMAGE_CHANNEL_ERR",
+    "SDK_IMAGE_BUFFER_TYPE_ERR", "SDK_IMAGE_BIT_DEPTH_ERR",   "SDK_IMAGE_READ_ERR",
+    "SDK_IMAGE_SAVE_ERR",        "SDK_IMAGE_FORMAT_CVT_ERR",  "SDK_IMAGE_RESIZE_ERR",
+    "SDK_IMAGE_ROTATE_ERR",      "SDK_IMAGE_FLIP_ERR",        "SDK_IMAGE_UNKNOW_RESOLUTION",
 };
 const char* const kBlock300[] = {
     "SDK_DATA_BASE_ERR",
@@ -127,11 +115,8 @@ const char* const kBlock600[] = {
     "SDK_ERR_ZERO_DIVISION",
 };
 const char* const kBlock700[] = {
-    "SDK_MESH_NOT_INIT",
-    "SDK_MESH_HAS_NAN_VALUE",
-    "SDK_MESH_CHECK_FAIL",
-    "SDK_MESH_UNDISTORTION_PP",
-    "SDK_MESH_CALC_WI_NULL",
+    "SDK_MESH_NOT_INIT",        "SDK_MESH_HAS_NAN_VALUE", "SDK_MESH_CHECK_FAIL",
+    "SDK_MESH_UNDISTORTION_PP", "SDK_MESH_CALC_WI_NULL",
 };
 const char* const kBlockE000[] = {
     "SDK_WARNING_FACE_STR_NULL",
@@ -165,15 +150,9 @@ constexpr Block MakeBlock(int first, const char* const (&names)[N]) {
 }
 
 const Block kBlocks[] = {
-    MakeBlock(0, kBlock0),
-    MakeBlock(256, kBlock100),
-    MakeBlock(512, kBlock200),
-    MakeBlock(768, kBlock300),
-    MakeBlock(1024, kBlock400),
-    MakeBlock(1280, kBlock500),
-    MakeBlock(1536, kBlock600),
-    MakeBlock(1792, kBlock700),
-    MakeBlock(57344, kBlockE000),
+    MakeBlock(0, kBlock0),        MakeBlock(256, kBlock100),  MakeBlock(512, kBlock200),
+    MakeBlock(768, kBlock300),    MakeBlock(1024, kBlock400), MakeBlock(1280, kBlock500),
+    MakeBlock(1536, kBlock600),   MakeBlock(1792, kBlock700), MakeBlock(57344, kBlockE000),
     MakeBlock(65534, kBlockFFFE),
 };
 

@@ -11,11 +11,11 @@ extern VAI_EXPORT unsigned char g_log_level;
 #define VAI_LOG_TAG "Video_AI_PROC"
 
 // The level is tested before any argument is evaluated, so a disabled line costs one load.
-#define VAI_LOG_AT(min_level, prio, fmt, ...)                                 \
-    do {                                                                      \
-        if (g_log_level >= (min_level)) {                                     \
-            __android_log_print((prio), VAI_LOG_TAG, fmt, ##__VA_ARGS__);     \
-        }                                                                     \
+#define VAI_LOG_AT(min_level, prio, fmt, ...)                             \
+    do {                                                                  \
+        if (g_log_level >= (min_level)) {                                 \
+            __android_log_print((prio), VAI_LOG_TAG, fmt, ##__VA_ARGS__); \
+        }                                                                 \
     } while (0)
 
 #define VAI_LOGE(fmt, ...) VAI_LOG_AT(1, ANDROID_LOG_ERROR, fmt, ##__VA_ARGS__)

@@ -20,7 +20,8 @@ typedef enum android_LogPriority {
 } android_LogPriority;
 
 int __android_log_write(int prio, const char* tag, const char* text);
-int __android_log_print(int prio, const char* tag, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
+int __android_log_print(int prio, const char* tag, const char* fmt, ...)
+    __attribute__((format(printf, 3, 4)));
 int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap)
     __attribute__((format(printf, 3, 0)));
 
