@@ -71,6 +71,37 @@ bool TensorCountFits(const char* what, size_t count) {
     return false;
 }
 
+// Byte size of input (or output) tensor `i` of the current session into the size table.
+bool QueryTensorSize(VAINR_Ctx_* ctx, bool input, size_t i) {
+    VAI_HANDLE_& h = ctx->vai_handle;
+    PXRT::Interpreter* interp = h.interpreter.get();
+    if (input) {
+        const int ret = interp->GetSessionInputSize(ctx->m_session[0], i, &h.mInputTensorByteSize[0][i]);
+        if (ret != 0) {
+            VAI_LOGE("GetSessionInputSize failed, return value:%d", ret);
+            return false;
+        }
+        VAI_LOGV("mInputTensorByteSize[%d] %zu", static_cast<int>(i), h.mInputTensorByteSize[0][i]);
+    } else {
+        const int ret = interp->GetSessionOutputSize(ctx->m_session[0], i, &h.mOutputTensorByteSize[0][i]);
+        if (ret != 0) {
+            VAI_LOGE("GetSessionOutputSize failed, return value:%d", ret);
+            return false;
+        }
+        VAI_LOGV("mOutputTensorByteSize %zu", h.mOutputTensorByteSize[0][i]);
+    }
+    return true;
+}
+
+// A runtime-allocated tensor of the size queried for input (or output) `i`.
+std::shared_ptr<PXRT::ITensor> NewTensor(VAINR_Ctx_* ctx, bool input, size_t i) {
+    const VAI_HANDLE_& h = ctx->vai_handle;
+    PXRTCreateTensorFn create = input ? mPXRTCreateInTensorFunc : mPXRTCreateOutTensorFunc;
+    const size_t bytes = input ? h.mInputTensorByteSize[0][i] : h.mOutputTensorByteSize[0][i];
+    return std::shared_ptr<PXRT::ITensor>(
+        create(ctx->m_session[0], bytes, static_cast<int32_t>(i), 1, kTensorKind, nullptr, -1, 0));
+}
+
 // Init steps 13-17: session, tensor counts, sizes and tensors, appended to the empty arrays.
 bool OpenSession(VAINR_Ctx_* ctx, int cam) {
     VAI_HANDLE_& h = ctx->vai_handle;
@@ -91,26 +122,12 @@ bool OpenSession(VAINR_Ctx_* ctx, int cam) {
         return false;
     }
     for (size_t i = 0; i < h.m_in_num[0]; ++i) {
-        ret = interp->GetSessionInputSize(ctx->m_session[0], i, &h.mInputTensorByteSize[0][i]);
-        if (ret != 0) {
-            VAI_LOGE("GetSessionInputSize failed, return value:%d", ret);
-            return false;
-        }
-        VAI_LOGV("mInputTensorByteSize[%d] %zu", static_cast<int>(i), h.mInputTensorByteSize[0][i]);
-        h.input_tensors[0].emplace_back(
-            mPXRTCreateInTensorFunc(ctx->m_session[0], h.mInputTensorByteSize[0][i], static_cast<int32_t>(i),
-                                    1, kTensorKind, nullptr, -1, 0));
+        if (!QueryTensorSize(ctx, true, i)) return false;
+        h.input_tensors[0].push_back(NewTensor(ctx, true, i));
     }
     for (size_t i = 0; i < h.m_out_num[0]; ++i) {
-        ret = interp->GetSessionOutputSize(ctx->m_session[0], i, &h.mOutputTensorByteSize[0][i]);
-        if (ret != 0) {
-            VAI_LOGE("GetSessionOutputSize failed, return value:%d", ret);
-            return false;
-        }
-        VAI_LOGV("mOutputTensorByteSize %zu", h.mOutputTensorByteSize[0][i]);
-        h.output_tensors[0].emplace_back(
-            mPXRTCreateOutTensorFunc(ctx->m_session[0], h.mOutputTensorByteSize[0][i],
-                                     static_cast<int32_t>(i), 1, kTensorKind, nullptr, -1, 0));
+        if (!QueryTensorSize(ctx, false, i)) return false;
+        h.output_tensors[0].push_back(NewTensor(ctx, false, i));
     }
     return true;
 }
@@ -185,15 +202,8 @@ constexpr int kSwitchRuntimeFailed = 4;
 }  // namespace vai
 
 namespace QCOM_VAINR_YUV_PROC {
-namespace {
 
 using namespace vai::qcom;
-
-void ModelSwitchThread(VAINR_Ctx_* ctx, int cam) {
-    vai::qcom::ModelSwitch(ctx, cam);
-}
-
-}  // namespace
 
 const char* VAINR_GetVersion() {
     return kVersion;
@@ -334,7 +344,7 @@ int VAINR_Process(void* handle, VAI_IMG_* out, VAI_IMG_* in, const ProcParams_* 
         ctx->switch_pending = 0;
         ctx->switch_done.store(0, std::memory_order_relaxed);
         try {
-            std::thread(ModelSwitchThread, ctx, static_cast<int>(cam)).detach();
+            std::thread(vai::qcom::ModelSwitch, ctx, static_cast<int>(cam)).detach();
             VAI_LOGI("Start switch to %d", static_cast<int>(cam));
         } catch (const std::exception& e) {
             ctx->switch_pending = 1;
@@ -462,12 +472,7 @@ int RebuildSession(VAINR_Ctx_* ctx, int cam) {
     }
     if (!TensorCountFits("GetSessionInputNumber", h.m_in_num[0])) return kSwitchRuntimeFailed;
     for (size_t i = 0; i < h.m_in_num[0]; ++i) {
-        ret = interp->GetSessionInputSize(session, i, &h.mInputTensorByteSize[0][i]);
-        if (ret != 0) {
-            VAI_LOGE("GetSessionInputSize failed, return value:%d", ret);
-            return kSwitchRuntimeFailed;
-        }
-        VAI_LOGV("mInputTensorByteSize[%d] %zu", static_cast<int>(i), h.mInputTensorByteSize[0][i]);
+        if (!QueryTensorSize(ctx, true, i)) return kSwitchRuntimeFailed;
     }
     ret = interp->GetSessionOutputNumber(session, &h.m_out_num[0]);
     if (ret != 0) {
@@ -476,17 +481,11 @@ int RebuildSession(VAINR_Ctx_* ctx, int cam) {
     }
     if (!TensorCountFits("GetSessionOutputNumber", h.m_out_num[0])) return kSwitchRuntimeFailed;
     for (size_t i = 0; i < h.m_out_num[0]; ++i) {
-        ret = interp->GetSessionOutputSize(session, i, &h.mOutputTensorByteSize[0][i]);
-        if (ret != 0) {
-            VAI_LOGE("GetSessionOutputSize failed, return value:%d", ret);
-            return kSwitchRuntimeFailed;
-        }
-        VAI_LOGV("mOutputTensorByteSize %zu", h.mOutputTensorByteSize[0][i]);
+        if (!QueryTensorSize(ctx, false, i)) return kSwitchRuntimeFailed;
     }
     // One input and one output are assumed: after the first session every new tensor replaces [0].
     for (size_t i = 0; i < h.m_in_num[0]; ++i) {
-        std::shared_ptr<PXRT::ITensor> t(mPXRTCreateInTensorFunc(
-            session, h.mInputTensorByteSize[0][i], static_cast<int32_t>(i), 1, kTensorKind, nullptr, -1, 0));
+        std::shared_ptr<PXRT::ITensor> t = NewTensor(ctx, true, i);
         if (h.input_tensors[0].empty()) {
             VAI_LOGV("input tensor vecotr is empty, pushing tensor %d", static_cast<int>(i));
             h.input_tensors[0].push_back(std::move(t));
@@ -497,8 +496,7 @@ int RebuildSession(VAINR_Ctx_* ctx, int cam) {
         }
     }
     for (size_t i = 0; i < h.m_out_num[0]; ++i) {
-        std::shared_ptr<PXRT::ITensor> t(mPXRTCreateOutTensorFunc(
-            session, h.mOutputTensorByteSize[0][i], static_cast<int32_t>(i), 1, kTensorKind, nullptr, -1, 0));
+        std::shared_ptr<PXRT::ITensor> t = NewTensor(ctx, false, i);
         if (h.output_tensors[0].empty()) {
             VAI_LOGV("output tensor vecotr is empty, pushing tensor %d", static_cast<int>(i));
             h.output_tensors[0].push_back(std::move(t));
