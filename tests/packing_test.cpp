@@ -15,9 +15,17 @@
 
 #include "log_capture.h"
 #include "packing_model.h"
+#include "packing_rows.h"
 #include "vai_log.h"
 
 using vAIPROC::VAI_IMG_;
+
+namespace vai::packing {
+// Test names and failure messages show the variant's name.
+void PrintTo(const RowKernels* rows, std::ostream* os) {
+    *os << rows->name;
+}
+}  // namespace vai::packing
 
 namespace {
 
@@ -136,6 +144,93 @@ class PackingTest : public ::testing::Test {
     LogCapture log_;
 };
 
+// Runs the vector kernels' tests once per row-loop variant this processor has.
+class PackingVariantTest : public PackingTest,
+                           public ::testing::WithParamInterface<const vai::packing::RowKernels*> {
+  protected:
+    PackingVariantTest() { vai::packing::SetActiveRows(GetParam()); }
+    ~PackingVariantTest() override { vai::packing::SetActiveRows(nullptr); }
+};
+
+std::vector<const vai::packing::RowKernels*> Variants() {
+    const auto rows = vai::packing::AvailableRows();
+    return {rows.begin(), rows.end()};
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, PackingVariantTest, ::testing::ValuesIn(Variants()),
+                         [](const auto& info) { return std::string(info.param->name); });
+
+TEST(PackingRowsTest, EveryVariantTheProcessorRunsIsBuiltAndTheBestIsUsed) {
+    const auto rows = vai::packing::AvailableRows();
+    ASSERT_GE(rows.count, 1u);
+    EXPECT_STREQ(rows.rows[0]->name, "baseline");
+    size_t expected = 1;
+#if defined(__x86_64__) && !defined(__ANDROID__)
+    __builtin_cpu_init();
+    if (__builtin_cpu_supports("avx2")) {
+        expected = 2;
+        EXPECT_STREQ(rows.rows[1]->name, "avx2");
+    }
+#endif
+    EXPECT_EQ(rows.count, expected);
+    EXPECT_EQ(&vai::packing::ActiveRows(), rows.rows[rows.count - 1]);
+}
+
+// The public functions reach whatever rows are active, with the weights of the clamped strengths.
+struct RecordedCall {
+    int kernel = -1;
+    vai::packing::Weights luma{}, chroma{};
+};
+RecordedCall gRecorded;
+
+const vai::packing::RowKernels kRecordingRows = {
+    "recording",
+    [](const VAI_IMG_*, unsigned char*) { gRecorded.kernel = 0; },
+    [](const VAI_IMG_*, unsigned char*) { gRecorded.kernel = 1; },
+    [](VAI_IMG_*, const VAI_IMG_*, const unsigned char*, vai::packing::Weights y, vai::packing::Weights uv) {
+        gRecorded = {2, y, uv};
+    },
+    [](VAI_IMG_*, const VAI_IMG_*, const unsigned char*, vai::packing::Weights w) {
+        gRecorded = {3, w, {}};
+    },
+};
+
+TEST(PackingRowsTest, PublicFunctionsCallTheActiveRows) {
+    VAI_IMG_ img{};
+    img.btw = 10;
+    unsigned char tensor[8] = {};
+    const unsigned char strength[2] = {200, 10};
+    const struct {
+        int kernel;
+        std::function<void()> call;
+    } calls[] = {
+        {0, [&] { SpaceToDepthYuv_NEON(tensor, &img); }},
+        {1, [&] { SpaceToDepthGray_NEON(tensor, &img); }},
+        {2, [&] { DepthToSpaceYuv_NEON(&img, &img, tensor, strength); }},
+        {2, [&] { DepthToSpaceYuv_NEON(&img, tensor, strength); }},
+        {3, [&] { DepthToSpaceGray_NEON(&img, &img, tensor, strength); }},
+        {3, [&] { DepthToSpaceGray_NEON(&img, tensor, strength); }},
+    };
+    vai::packing::SetActiveRows(&kRecordingRows);
+    for (const auto& c : calls) {
+        gRecorded = {};
+        c.call();
+        EXPECT_EQ(gRecorded.kernel, c.kernel);
+        if (c.kernel >= 2) {
+            EXPECT_EQ(gRecorded.luma.frame, 0u);  // 200 clamps to 64
+            EXPECT_EQ(gRecorded.luma.tensor, 256u);
+        }
+        if (c.kernel == 2) {
+            EXPECT_EQ(gRecorded.chroma.frame, 54u);
+            EXPECT_EQ(gRecorded.chroma.tensor, 40u);
+        }
+    }
+    vai::packing::SetActiveRows(nullptr);
+    gRecorded = {};
+    SpaceToDepthGray_NEON(tensor, &img);
+    EXPECT_EQ(gRecorded.kernel, -1);
+}
+
 // ---- space to depth -------------------------------------------------------------------------------
 
 void CheckSpaceToDepth(const Geometry& g, bool yuv, uint32_t seed) {
@@ -158,7 +253,7 @@ void CheckSpaceToDepth(const Geometry& g, bool yuv, uint32_t seed) {
     EXPECT_EQ(in.Chroma(), chroma);
 }
 
-TEST_F(PackingTest, SpaceToDepthYuvMatchesModel) {
+TEST_P(PackingVariantTest, SpaceToDepthYuvMatchesModel) {
     uint32_t seed = 1;
     for (int btw : {10, 16}) {
         for (const Geometry& g : Geometries(btw)) CheckSpaceToDepth(g, true, seed++);
@@ -166,7 +261,7 @@ TEST_F(PackingTest, SpaceToDepthYuvMatchesModel) {
     EXPECT_TRUE(log_.Lines().empty());
 }
 
-TEST_F(PackingTest, SpaceToDepthGrayMatchesModelFor8And16Bit) {
+TEST_P(PackingVariantTest, SpaceToDepthGrayMatchesModelFor8And16Bit) {
     uint32_t seed = 100;
     for (int btw : {8, 12}) {
         for (const Geometry& g : Geometries(btw)) CheckSpaceToDepth(g, false, seed++);
@@ -231,7 +326,7 @@ void CheckDepthToSpace(const DepthToSpaceCase& c, const Geometry& g, const unsig
     EXPECT_EQ(in.Chroma(), inChroma);
 }
 
-TEST_F(PackingTest, VectorDepthToSpaceMatchesModel) {
+TEST_P(PackingVariantTest, VectorDepthToSpaceMatchesModel) {
     uint32_t seed = 1000;
     for (const DepthToSpaceCase& c : kVectorCases) {
         for (const Geometry& g : Geometries(10)) {
@@ -242,7 +337,7 @@ TEST_F(PackingTest, VectorDepthToSpaceMatchesModel) {
 }
 
 // Anchors independent of the model: full strength gives t * 256, none gives x without its low 6 bits.
-TEST_F(PackingTest, VectorDepthToSpaceEndpoints) {
+TEST_P(PackingVariantTest, VectorDepthToSpaceEndpoints) {
     const Geometry g{32, 2, 64, 10};
     for (const DepthToSpaceCase& c : kVectorCases) {
         for (unsigned char s : {0, 64, 99}) {

@@ -1,0 +1,27 @@
+# An object built with other instruction-set flags may define no global code, only its table ALLOWED:
+# an inline function or template instance emitted there could be chosen by the linker for every
+# caller in the library, and run on processors that lack those instructions.
+execute_process(COMMAND nm --defined-only ${OBJECT} RESULT_VARIABLE rc OUTPUT_VARIABLE out)
+if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "nm failed on ${OBJECT}")
+endif()
+string(REPLACE "\n" ";" lines "${out}")
+set(shared "")
+set(found_allowed FALSE)
+foreach(line IN LISTS lines)
+    if(line MATCHES "^[0-9a-fA-F]* ([A-Za-z]) (.+)$")
+        if(CMAKE_MATCH_2 STREQUAL ALLOWED)
+            set(found_allowed TRUE)
+        elseif(CMAKE_MATCH_1 MATCHES "^[TWi]$")
+            # global, weak and indirect functions
+            list(APPEND shared "${CMAKE_MATCH_1} ${CMAKE_MATCH_2}")
+        endif()
+    endif()
+endforeach()
+if(shared)
+    list(JOIN shared "\n  " s)
+    message(FATAL_ERROR "${OBJECT} defines code other objects may share:\n  ${s}")
+endif()
+if(NOT found_allowed)
+    message(FATAL_ERROR "${OBJECT} does not define ${ALLOWED}")
+endif()
