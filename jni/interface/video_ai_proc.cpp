@@ -4,6 +4,7 @@
 #include "dispatch.h"
 #include "image_copy.h"
 #include "qcom_vainr_yuv_proc_sat.h"
+#include "process_args.h"
 #include "status_code.h"
 #include "vai_log.h"
 
@@ -14,8 +15,6 @@ using vAIPROC::VAI_IMG_;
 int32_t g_algo_mode = 0;
 
 namespace {
-
-constexpr int kNullImage = 10;
 
 // One row per mode. A null model_init/model_uninit means the back-end has no model stage: those
 // entry points then treat its mode as unsupported.
@@ -110,13 +109,8 @@ int Video_AI_Model_Init(void* handle, InitParams_* params) {
 }
 
 int Video_AI_Proc_Process(void* handle, VAI_IMG_* out, VAI_IMG_* in, ProcParams_* params) {
-    if (handle == nullptr || params == nullptr) {
-        VAI_LOGE("input handle or params is nullptr in processing function!");
-        return SDK_UNINIT_ERROR;
-    }
-    if (out == nullptr || in == nullptr) {
-        VAI_LOGE("input image is nullptr in processing!");
-        return kNullImage;
+    if (const int status = vai::CheckProcessArgs(handle, out, in, params); status != SDK_SUCCESS) {
+        return status;
     }
     const Backend* b = FindBackend(g_algo_mode);
     const int status = b != nullptr ? b->process(handle, out, in, params) : SDK_SUCCESS;

@@ -2,12 +2,12 @@
 
 #include <cstring>
 
+#include "status_code.h"
 #include "vai_log.h"
 
 using vAIPROC::VAI_IMG_;
 
 namespace {
-constexpr int kNullImage = 10;
 constexpr int kImageCountMismatch = 4;
 constexpr unsigned kMaxPlanes = sizeof(VAI_IMG_::plane_addr) / sizeof(VAI_IMG_::plane_addr[0]);
 }  // namespace

@@ -115,5 +115,8 @@ enum SDK_STATUS : int {
     SDK_FAILURE = 65535,
 };
 
+// A missing image: a status of its own, without an SDK_ name.
+constexpr int kNullImage = 10;
+
 // Symbolic name of `status` ("SDK_NULL_POINTER_ERR"), or null when the number has no name.
 VAI_EXPORT const char* statusToString(int status);

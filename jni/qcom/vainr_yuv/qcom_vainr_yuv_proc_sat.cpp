@@ -11,6 +11,7 @@
 #include "image_copy.h"
 #include "packing.h"
 #include "pxrt_binding.h"
+#include "process_args.h"
 #include "status_code.h"
 #include "timing.h"
 #include "vai_log.h"
@@ -28,7 +29,6 @@ namespace qcom {
 namespace {
 
 constexpr char kVersion[] = "QCOM_Video_AINR_YUV_v0.0.2";
-constexpr int kNullImage = 10;
 constexpr int kDevice = 5;
 constexpr int kSessionFlags = 2048;
 constexpr int32_t kTensorKind = 2;
@@ -287,13 +287,8 @@ int VAINR_Uninit(void* handle) {
 }
 
 int VAINR_Process(void* handle, VAI_IMG_* out, VAI_IMG_* in, const ProcParams_* params) {
-    if (handle == nullptr || params == nullptr) {
-        VAI_LOGE("input handle or params is nullptr in processing function!");
-        return SDK_UNINIT_ERROR;
-    }
-    if (out == nullptr || in == nullptr) {
-        VAI_LOGE("input image is nullptr in processing!");
-        return kNullImage;
+    if (const int status = vai::CheckProcessArgs(handle, out, in, params); status != SDK_SUCCESS) {
+        return status;
     }
     auto* ctx = static_cast<VAINR_Ctx_*>(handle);
     VAI_LOGV("input buffer: addr=%p, height=%d, width=%d, stride=%d, slice=%d, planseSize=%d, fd=%d\n",
