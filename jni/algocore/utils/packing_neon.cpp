@@ -41,8 +41,9 @@ RowList AvailableRows() {
 }
 
 const RowKernels& ActiveRows() {
-    const RowKernels* rows = sChosenRows.load(std::memory_order_relaxed);
-    return rows != nullptr ? *rows : *Found().rows[Found().count - 1];
+    if (const RowKernels* chosen = sChosenRows.load(std::memory_order_relaxed)) return *chosen;
+    const RowList available = AvailableRows();
+    return *available.rows[available.count - 1];
 }
 
 void SetActiveRows(const RowKernels* rows) {
