@@ -7,9 +7,9 @@
 #include <cstring>
 #include <vector>
 
-#include "ALGOGalloc.h"
-#include "ALGONativeGalloc.h"
-#include "LogPrintf.h"
+#include "algocore/memory/ALGOGalloc.h"
+#include "algocore/memory/ALGONativeGalloc.h"
+#include "algocore/utils/LogPrintf.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <random>
 #include <vector>
 
-#include "../tests/packing_model.h"
-#include "packing.h"
+#include "packing_model.h"
+#include "algocore/utils/packing.h"
 
 using vAIPROC::VAI_IMG_;
 

@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "packing.h"
+#include "algocore/utils/packing.h"
 #include "pxrt_test_control.h"
-#include "qcom_vainr_yuv_proc_sat.h"
-#include "vai_log.h"
+#include "qcom/vainr_yuv/qcom_vainr_yuv_proc_sat.h"
+#include "algocore/utils/vai_log.h"
 #include "yuv_frame.h"
 
 using vAIPROC::VAI_IMG_;

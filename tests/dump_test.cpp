@@ -1,4 +1,4 @@
-#include "dump.h"
+#include "algocore/utils/dump.h"
 
 #include <dirent.h>
 #include <sys/time.h>
@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "log_capture.h"
-#include "vai_log.h"
+#include "algocore/utils/vai_log.h"
 
 namespace {
 

@@ -3,10 +3,10 @@
 #include <string>
 #include <vector>
 
-#include "VideoAIProc.h"
-#include "dispatch.h"
+#include "interface/VideoAIProc.h"
+#include "interface/dispatch.h"
 #include "log_capture.h"
-#include "vai_log.h"
+#include "algocore/utils/vai_log.h"
 
 using vAIPROC::InitParams_;
 using vAIPROC::ProcParams_;

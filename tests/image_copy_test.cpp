@@ -1,4 +1,4 @@
-#include "image_copy.h"
+#include "algocore/utils/image_copy.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "log_capture.h"
-#include "vai_log.h"
+#include "algocore/utils/vai_log.h"
 
 using vAIPROC::VAI_IMG_;
 

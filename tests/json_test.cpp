@@ -1,4 +1,4 @@
-#include "json_utils.h"
+#include "algocore/utils/json_utils.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <string>
 
 #include "log_capture.h"
-#include "vai_log.h"
+#include "algocore/utils/vai_log.h"
 
 namespace {
 

@@ -2,10 +2,10 @@
 
 #include <string>
 
-#include "LogPrintf.h"
-#include "Properties.h"
+#include "algocore/utils/LogPrintf.h"
+#include "algocore/utils/Properties.h"
 #include "log_capture.h"
-#include "vai_log.h"
+#include "algocore/utils/vai_log.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "ALGONativeGalloc.h"
+#include "algocore/memory/ALGONativeGalloc.h"
 #include "memory_trace_fixture.h"
 
 namespace {

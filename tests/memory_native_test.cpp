@@ -1,4 +1,4 @@
-#include "ALGONativeGalloc.h"
+#include "algocore/memory/ALGONativeGalloc.h"
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "Properties.h"
+#include "algocore/utils/Properties.h"
 #include "memory_trace_fixture.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <thread>
 #include <vector>
 
-#include "ALGONativeGalloc.h"
+#include "algocore/memory/ALGONativeGalloc.h"
 #include "memory_trace_fixture.h"
 
 namespace {

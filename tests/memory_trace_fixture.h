@@ -7,12 +7,12 @@
 #include <cstdint>
 #include <mutex>
 
-#include "ALGOGalloc.h"
-#include "APSAlgoMemTrace.h"
-#include "LogPrintf.h"
+#include "algocore/memory/ALGOGalloc.h"
+#include "algocore/memory/APSAlgoMemTrace.h"
+#include "algocore/utils/LogPrintf.h"
 #include "log_capture.h"
 #include "vai_host_platform.h"
-#include "vai_memtrace.h"
+#include "interface/vai_memtrace.h"
 
 // A host's own trace, handed to the library through APSAlgoMemTrace::setAPSMemInfo.
 struct HostTrace {

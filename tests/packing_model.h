@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "vai_types.h"
+#include "interface/vai_types.h"
 
 namespace packing_model {
 

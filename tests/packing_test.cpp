@@ -1,4 +1,4 @@
-#include "packing.h"
+#include "algocore/utils/packing.h"
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -15,8 +15,8 @@
 
 #include "log_capture.h"
 #include "packing_model.h"
-#include "packing_rows.h"
-#include "vai_log.h"
+#include "algocore/utils/packing_rows.h"
+#include "algocore/utils/vai_log.h"
 
 using vAIPROC::VAI_IMG_;
 

@@ -1,4 +1,4 @@
-#include "Properties.h"
+#include "algocore/utils/Properties.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 
 #include <android/log.h>
 
-#include "LogPrintf.h"
+#include "algocore/utils/LogPrintf.h"
 #include "log_capture.h"
 
 namespace {

@@ -6,7 +6,7 @@
 
 #include "log_capture.h"
 #include "qcom_test_util.h"
-#include "qcom_vainr_yuv_cfg.h"
+#include "qcom/vainr_yuv/qcom_vainr_yuv_cfg.h"
 
 namespace {
 

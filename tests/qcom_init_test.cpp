@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "VideoAIProc.h"
+#include "interface/VideoAIProc.h"
 #include "log_capture.h"
 #include "qcom_test_util.h"
 

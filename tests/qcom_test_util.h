@@ -18,11 +18,11 @@
 #include <thread>
 #include <vector>
 
-#include "ALGOGalloc.h"
-#include "pxrt_binding.h"
+#include "algocore/memory/ALGOGalloc.h"
+#include "interface/pxrt_binding.h"
 #include "pxrt_test_control.h"
-#include "qcom_vainr_yuv_proc_sat.h"
-#include "vai_log.h"
+#include "qcom/vainr_yuv/qcom_vainr_yuv_proc_sat.h"
+#include "algocore/utils/vai_log.h"
 #include "yuv_frame.h"
 
 namespace qcom_test {

@@ -5,10 +5,10 @@
 #include <vector>
 
 #include "log_capture.h"
-#include "pxrt_binding.h"
+#include "interface/pxrt_binding.h"
 #include "pxrt_test_control.h"
-#include "vai_handle.h"
-#include "vai_log.h"
+#include "interface/vai_handle.h"
+#include "algocore/utils/vai_log.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "vai_types.h"
+#include "interface/vai_types.h"
 
 namespace vai_test {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "vai_types.h"
+#include "interface/vai_types.h"
 
 struct ClipFormat {
     int width = 0;

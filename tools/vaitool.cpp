@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "VideoAIProc.h"
+#include "interface/VideoAIProc.h"
 #include "clip.h"
 
 namespace {

@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-#include "vai_export.h"
-#include "vai_types.h"
+#include "interface/vai_export.h"
+#include "interface/vai_types.h"
 
 extern "C" {
 

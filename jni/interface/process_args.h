@@ -1,9 +1,9 @@
 // The argument checks every frame-processing function starts with, each failure logged in its words.
 #pragma once
 
-#include "status_code.h"
-#include "vai_log.h"
-#include "vai_types.h"
+#include "algocore/utils/status_code.h"
+#include "algocore/utils/vai_log.h"
+#include "interface/vai_types.h"
 
 namespace vai {
 

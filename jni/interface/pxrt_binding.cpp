@@ -1,11 +1,11 @@
-#include "pxrt_binding.h"
+#include "interface/pxrt_binding.h"
 
 #include <dlfcn.h>
 
 #include <cstdlib>
 
-#include "host_override.h"
-#include "vai_log.h"
+#include "algocore/utils/host_override.h"
+#include "algocore/utils/vai_log.h"
 
 void* g_hDllLib = nullptr;
 PXRTCreateInterpreterFn mPXRTCreateInterpreterFunc = nullptr;

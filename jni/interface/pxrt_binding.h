@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-#include "pxrt_interface.h"
-#include "vai_export.h"
+#include "interface/pxrt_interface.h"
+#include "interface/vai_export.h"
 
 extern VAI_EXPORT void* g_hDllLib;
 extern VAI_EXPORT PXRTCreateInterpreterFn mPXRTCreateInterpreterFunc;

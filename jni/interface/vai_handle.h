@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "pxrt_interface.h"
+#include "interface/pxrt_interface.h"
 
 // Index 0 is the first session, 1 a second one. Sessions themselves live in each instance record, right
 // after its VAI_HANDLE_.

@@ -1,12 +1,12 @@
 // Entry points: argument checks, then dispatch on the process-wide algorithm mode.
-#include "VideoAIProc.h"
+#include "interface/VideoAIProc.h"
 
-#include "dispatch.h"
-#include "image_copy.h"
-#include "qcom_vainr_yuv_proc_sat.h"
-#include "process_args.h"
-#include "status_code.h"
-#include "vai_log.h"
+#include "interface/dispatch.h"
+#include "algocore/utils/image_copy.h"
+#include "qcom/vainr_yuv/qcom_vainr_yuv_proc_sat.h"
+#include "interface/process_args.h"
+#include "algocore/utils/status_code.h"
+#include "algocore/utils/vai_log.h"
 
 using vAIPROC::InitParams_;
 using vAIPROC::ProcParams_;

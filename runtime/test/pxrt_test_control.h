@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "pxrt_interface.h"
+#include "interface/pxrt_interface.h"
 
 namespace pxrt_test {
 

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "timing.h"
+#include "algocore/utils/timing.h"
 
 namespace {
 bool gFake = true;

@@ -1,13 +1,13 @@
-#include "ALGOGalloc.h"
+#include "algocore/memory/ALGOGalloc.h"
 
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 
-#include "APSAlgoMemTrace.h"
-#include "LogPrintf.h"
-#include "Properties.h"
-#include "status_code.h"
+#include "algocore/memory/APSAlgoMemTrace.h"
+#include "algocore/utils/LogPrintf.h"
+#include "algocore/utils/Properties.h"
+#include "algocore/utils/status_code.h"
 
 namespace vemo {
 

@@ -7,7 +7,7 @@
 #include <mutex>
 #include <string>
 
-#include "vai_export.h"
+#include "interface/vai_export.h"
 
 namespace vemo {
 

@@ -1,4 +1,4 @@
-#include "ALGONativeGalloc.h"
+#include "algocore/memory/ALGONativeGalloc.h"
 
 #include <sys/mman.h>
 
@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "ALGOGalloc.h"
-#include "LogPrintf.h"
+#include "algocore/memory/ALGOGalloc.h"
+#include "algocore/utils/LogPrintf.h"
 
 namespace vemo {
 

@@ -2,7 +2,7 @@
 // the caller's source file and line last; they are recorded with allocations and printed in complaints.
 #pragma once
 
-#include "vai_export.h"
+#include "interface/vai_export.h"
 
 namespace vemo {
 

@@ -1,7 +1,7 @@
-#include "APSAlgoMemTrace.h"
+#include "algocore/memory/APSAlgoMemTrace.h"
 
-#include "LogPrintf.h"
-#include "status_code.h"
+#include "algocore/utils/LogPrintf.h"
+#include "algocore/utils/status_code.h"
 
 // The hand-off record's six pointers, logged alike on refusal and on success.
 #define APS_INFO_FORMAT                                                    \

@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-#include "vai_export.h"
-#include "vai_memtrace.h"
+#include "interface/vai_export.h"
+#include "interface/vai_memtrace.h"
 
 namespace vemo {
 

@@ -1,4 +1,4 @@
-#include "LogPrintf.h"
+#include "algocore/utils/LogPrintf.h"
 
 #include <android/log.h>
 
@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "Properties.h"
-#include "vai_log.h"
+#include "algocore/utils/Properties.h"
+#include "algocore/utils/vai_log.h"
 
 unsigned char g_log_level = 1;
 

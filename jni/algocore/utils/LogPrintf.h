@@ -2,7 +2,7 @@
 // vemo::LogPrintf::mLogLevel, every line prefixed with module, file, line and function.
 #pragma once
 
-#include "vai_export.h"
+#include "interface/vai_export.h"
 
 namespace vemo {
 

@@ -1,4 +1,4 @@
-#include "Properties.h"
+#include "algocore/utils/Properties.h"
 
 #include <sys/system_properties.h>
 
@@ -6,7 +6,7 @@
 #include <cinttypes>
 #include <cstring>
 
-#include "LogPrintf.h"
+#include "algocore/utils/LogPrintf.h"
 
 int property_get(const char* key, char* value, const char* defaultValue) {
     int len = __system_property_get(key, value);

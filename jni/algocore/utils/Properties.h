@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "vai_export.h"
+#include "interface/vai_export.h"
 
 // Values live in buffers of this size (91 characters and a terminator).
 constexpr int kPropertyValueMax = 92;

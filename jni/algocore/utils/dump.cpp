@@ -1,4 +1,4 @@
-#include "dump.h"
+#include "algocore/utils/dump.h"
 
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -10,8 +10,8 @@
 #include <cstring>
 #include <ctime>
 
-#include "host_override.h"
-#include "vai_log.h"
+#include "algocore/utils/host_override.h"
+#include "algocore/utils/vai_log.h"
 
 namespace {
 constexpr const char* kDumpDirectory = "/data/vendor/camera/videoai/";

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "vai_export.h"
+#include "interface/vai_export.h"
 
 // Filled by each back-end from its configuration. Requests dump_start <= req < dump_end are dumped.
 struct DumpPars_ {

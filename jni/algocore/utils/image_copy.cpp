@@ -1,9 +1,9 @@
-#include "image_copy.h"
+#include "algocore/utils/image_copy.h"
 
 #include <cstring>
 
-#include "status_code.h"
-#include "vai_log.h"
+#include "algocore/utils/status_code.h"
+#include "algocore/utils/vai_log.h"
 
 using vAIPROC::VAI_IMG_;
 

@@ -1,8 +1,8 @@
 // Frame pass-through copies.
 #pragma once
 
-#include "vai_export.h"
-#include "vai_types.h"
+#include "interface/vai_export.h"
+#include "interface/vai_types.h"
 
 // Copies every plane of every image of `in` to `out` (destination first). Returns 0, 4 when the image
 // counts differ, 10 for a null array. Mismatched images and planes are skipped with a message.

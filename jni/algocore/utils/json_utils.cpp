@@ -1,10 +1,10 @@
-#include "json_utils.h"
+#include "algocore/utils/json_utils.h"
 
 #include <rapidjson/filereadstream.h>
 
 #include <cstdio>
 
-#include "vai_log.h"
+#include "algocore/utils/vai_log.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 
 #include <rapidjson/document.h>
 
-#include "vai_export.h"
+#include "interface/vai_export.h"
 
 // True when `path` was opened and parsed without error.
 VAI_EXPORT bool JsonParseFile(const char* path, rapidjson::Document& doc);

@@ -13,8 +13,8 @@
 // Only whole row pairs and whole 2x2 blocks are processed: an odd last row or column is left alone.
 #pragma once
 
-#include "vai_export.h"
-#include "vai_types.h"
+#include "interface/vai_export.h"
+#include "interface/vai_types.h"
 
 // 16-bit semi-planar YUV frame to a 6-channel tensor.
 VAI_EXPORT void SpaceToDepthYuv_NEON(void* tensor, vAIPROC::VAI_IMG_ const* in);

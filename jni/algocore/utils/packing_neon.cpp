@@ -1,12 +1,12 @@
 // Vector packing functions: argument checks and strengths here, the row loops in packing_rows.cpp.
-#include "packing.h"
+#include "algocore/utils/packing.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
 
-#include "packing_rows.h"
-#include "vai_log.h"
+#include "algocore/utils/packing_rows.h"
+#include "algocore/utils/vai_log.h"
 
 using vAIPROC::VAI_IMG_;
 

@@ -2,7 +2,7 @@
 // the same source through SIMDe. This file is built once per variant (packing_rows.h): whatever it
 // defines besides the variant's table must stay internal, or the linker could share one variant's
 // machine code with another.
-#include "packing_rows.h"
+#include "algocore/utils/packing_rows.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -9,7 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "vai_types.h"
+#include "interface/vai_types.h"
 
 namespace vai::packing {
 

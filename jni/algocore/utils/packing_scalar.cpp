@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <cstring>
 
-#include "packing.h"
-#include "vai_log.h"
+#include "algocore/utils/packing.h"
+#include "algocore/utils/vai_log.h"
 
 using vAIPROC::VAI_IMG_;
 

@@ -1,4 +1,4 @@
-#include "status_code.h"
+#include "algocore/utils/status_code.h"
 
 #include <cstddef>
 

@@ -1,7 +1,7 @@
 // Status numbers: 0 is success; named failures come in blocks of 256 by area.
 #pragma once
 
-#include "vai_export.h"
+#include "interface/vai_export.h"
 
 enum SDK_STATUS : int {
     SDK_SUCCESS = 0,

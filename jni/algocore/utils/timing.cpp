@@ -1,4 +1,4 @@
-#include "timing.h"
+#include "algocore/utils/timing.h"
 
 #include <sys/select.h>
 

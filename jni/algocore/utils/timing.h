@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <ctime>
 
-#include "vai_export.h"
+#include "interface/vai_export.h"
 
 VAI_EXPORT timespec util_get_timestamp();
 // Microseconds from `start` to `end` (negative when `end` is earlier).

@@ -3,7 +3,7 @@
 
 #include <android/log.h>
 
-#include "vai_export.h"
+#include "interface/vai_export.h"
 
 // Threshold: 0 silent, 1 errors (default), 2 warnings, 3 info, 4 debug, 5 verbose.
 extern VAI_EXPORT unsigned char g_log_level;

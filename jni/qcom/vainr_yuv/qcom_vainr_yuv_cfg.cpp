@@ -1,9 +1,9 @@
-#include "qcom_vainr_yuv_cfg.h"
+#include "qcom/vainr_yuv/qcom_vainr_yuv_cfg.h"
 
 #include <cstring>
 
-#include "json_utils.h"
-#include "vai_log.h"
+#include "algocore/utils/json_utils.h"
+#include "algocore/utils/vai_log.h"
 
 using QCOM_VAINR_YUV_PROC::VAINR_CamPars_;
 using QCOM_VAINR_YUV_PROC::VAINR_CfgPars_;

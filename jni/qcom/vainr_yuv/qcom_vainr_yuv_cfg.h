@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "vai_export.h"
+#include "interface/vai_export.h"
 
 namespace QCOM_VAINR_YUV_PROC {
 

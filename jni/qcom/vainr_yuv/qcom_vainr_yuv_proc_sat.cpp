@@ -1,4 +1,4 @@
-#include "qcom_vainr_yuv_proc_sat.h"
+#include "qcom/vainr_yuv/qcom_vainr_yuv_proc_sat.h"
 
 #include <cinttypes>
 #include <cmath>
@@ -6,15 +6,15 @@
 #include <new>
 #include <thread>
 
-#include "ALGOGalloc.h"
-#include "ALGONativeGalloc.h"
-#include "image_copy.h"
-#include "packing.h"
-#include "pxrt_binding.h"
-#include "process_args.h"
-#include "status_code.h"
-#include "timing.h"
-#include "vai_log.h"
+#include "algocore/memory/ALGOGalloc.h"
+#include "algocore/memory/ALGONativeGalloc.h"
+#include "algocore/utils/image_copy.h"
+#include "algocore/utils/packing.h"
+#include "interface/pxrt_binding.h"
+#include "interface/process_args.h"
+#include "algocore/utils/status_code.h"
+#include "algocore/utils/timing.h"
+#include "algocore/utils/vai_log.h"
 
 using vAIPROC::InitParams_;
 using vAIPROC::ProcParams_;

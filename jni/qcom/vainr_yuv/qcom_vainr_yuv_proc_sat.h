@@ -5,11 +5,11 @@
 #include <atomic>
 #include <cstdint>
 
-#include "dump.h"
-#include "qcom_vainr_yuv_cfg.h"
-#include "vai_export.h"
-#include "vai_handle.h"
-#include "vai_types.h"
+#include "algocore/utils/dump.h"
+#include "qcom/vainr_yuv/qcom_vainr_yuv_cfg.h"
+#include "interface/vai_export.h"
+#include "interface/vai_handle.h"
+#include "interface/vai_types.h"
 
 namespace QCOM_VAINR_YUV_PROC {
 
