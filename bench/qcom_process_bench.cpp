@@ -15,22 +15,13 @@
 #include "pxrt_test_control.h"
 #include "qcom/vainr_yuv/qcom_vainr_yuv_proc_sat.h"
 #include "algocore/utils/vai_log.h"
-#include "yuv_frame.h"
+#include "frame.h"
 
 using vAIPROC::VAI_IMG_;
 
 namespace {
 
 constexpr int kW = 1920, kH = 1080;
-
-// A frame of random MSB-aligned 10-bit samples.
-struct RandomFrame : vai_test::Frame {
-    RandomFrame() : Frame(kW, kH) {
-        std::mt19937 rng(7);
-        for (auto& v : luma) v = static_cast<uint16_t>(rng() << 6);
-        for (auto& v : chroma) v = static_cast<uint16_t>(rng() << 6);
-    }
-};
 
 double Now() {
     timespec ts;
@@ -67,22 +58,23 @@ void BM_QcomProcessVsKernels(benchmark::State& state) {
     params.iso = 1200.0f;
     params.drc_gain = 1.0f;
 
-    RandomFrame in, out;
+    vai_frame::Frame in(vai_frame::Format{kW, kH}), out(vai_frame::Format{kW, kH});
+    in.FillRandom(7);
     std::vector<unsigned char> tensor_in(tensor_bytes), tensor_out(tensor_bytes, 0x55);
     const unsigned char strength[2] = {18, 21};
     auto kernels = [&] {
-        SpaceToDepthYuv_NEON(tensor_in.data(), &in.img);
-        DepthToSpaceYuv_NEON(&out.img, &in.img, tensor_out.data(), strength);
+        SpaceToDepthYuv_NEON(tensor_in.data(), in.img());
+        DepthToSpaceYuv_NEON(out.img(), in.img(), tensor_out.data(), strength);
     };
     // Fault pages in and get past the first frame, which is a warm-up copy.
     kernels();
-    QCOM_VAINR_YUV_PROC::VAINR_Process(handle, &out.img, &in.img, &params);
+    QCOM_VAINR_YUV_PROC::VAINR_Process(handle, out.img(), in.img(), &params);
 
     double process_time = 0, kernel_time = 0;
     int failures = 0;
     for (auto _ : state) {
         double t0 = Now();
-        failures += QCOM_VAINR_YUV_PROC::VAINR_Process(handle, &out.img, &in.img, &params) != 0;
+        failures += QCOM_VAINR_YUV_PROC::VAINR_Process(handle, out.img(), in.img(), &params) != 0;
         benchmark::ClobberMemory();
         const double t = Now() - t0;
         process_time += t;

@@ -1,12 +1,11 @@
-// Shared set-up of the Qualcomm back-end suites: configuration files, 16-bit semi-planar frames and the
-// test runtime, loaded by path like the real one.
+// Shared set-up of the Qualcomm back-end suites: configuration files, frames and the test runtime,
+// loaded by path like the real one.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <condition_variable>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,15 +18,17 @@
 #include <vector>
 
 #include "algocore/memory/ALGOGalloc.h"
+#include "algocore/utils/vai_log.h"
+#include "frame.h"
 #include "interface/pxrt_binding.h"
 #include "pxrt_test_control.h"
 #include "qcom/vainr_yuv/qcom_vainr_yuv_proc_sat.h"
-#include "algocore/utils/vai_log.h"
-#include "yuv_frame.h"
 
 namespace qcom_test {
 
-// Contents of one configuration file, starting from the built-in defaults.
+using vai_frame::Frame;
+
+// One configuration file, starting from the built-in defaults.
 struct CamText {
     unsigned processEnable = 1, BoostValue = 100, BinNumber = 8;
     std::vector<unsigned> nr{0, 12, 19, 25, 32, 38, 44, 51};
@@ -48,24 +49,23 @@ struct CfgText {
     }
     std::string Json() const {
         std::ostringstream o;
-        o << "// written by the tests\n{\n  \"" << project << "\": {\n"
-          << "    \"LogLevel\": " << LogLevel << ", \"processType\": " << processType
-          << ", \"DumpRangeIdx\": " << DumpRangeIdx << ",\n    \"FrontCamNum\": " << FrontCamNum
-          << ", \"RearCamNum\": " << RearCamNum << ", \"SwitchFrameNum\": " << SwitchFrameNum
-          << ",\n    \"VideoAIProcPars\": [\n";
+        o << "// written by the tests\n{\"" << project << "\": {\"LogLevel\": " << LogLevel
+          << ", \"processType\": " << processType << ", \"DumpRangeIdx\": " << DumpRangeIdx
+          << ", \"FrontCamNum\": " << FrontCamNum << ", \"RearCamNum\": " << RearCamNum
+          << ", \"SwitchFrameNum\": " << SwitchFrameNum << ",\n\"VideoAIProcPars\": [";
         for (size_t i = 0; i < cams.size(); ++i) {
             const CamText& c = cams[i];
-            o << "      {\"processEnable\": " << c.processEnable << ", \"BoostValue\": " << c.BoostValue
-              << ", \"BinNumber\": " << c.BinNumber << ", \"NrStrength\": " << List(c.nr)
-              << ", \"ChromaNrStrength\": " << List(c.chroma) << ", \"ISOBinIndex\": " << List(c.iso) << "}"
-              << (i + 1 < cams.size() ? ",\n" : "\n");
+            o << (i ? ",\n" : "\n") << "{\"processEnable\": " << c.processEnable
+              << ", \"BoostValue\": " << c.BoostValue << ", \"BinNumber\": " << c.BinNumber
+              << ", \"NrStrength\": " << List(c.nr) << ", \"ChromaNrStrength\": " << List(c.chroma)
+              << ", \"ISOBinIndex\": " << List(c.iso) << "}";
         }
-        o << "    ]\n  }\n}\n";
+        o << "]}}\n";
         return o.str();
     }
 };
 
-// A path unique to the running test (tests run in parallel, each in its own process).
+// A path unique to the running test (ctest runs each test in its own process, in parallel).
 inline std::string TestFile(const std::string& suffix) {
     const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
     std::string name = std::string(info->test_suite_name()) + "." + info->name();
@@ -80,7 +80,12 @@ inline std::string WriteText(const std::string& path, const std::string& text) {
     return path;
 }
 
-using ::vai_test::Frame;
+// A 16-bit semi-planar frame with every luma and chroma sample set.
+inline std::unique_ptr<Frame> MakeFrame(int w, int h, uint16_t luma = 0, uint16_t chroma = 0, int bits = 10) {
+    auto f = std::make_unique<Frame>(vai_frame::Format{w, h, bits});
+    f->Fill(luma, chroma);
+    return f;
+}
 
 inline size_t TensorBytes(int w, int h, bool yuv) {
     return size_t(w / 2) * (h / 2) * (yuv ? 6 : 4);
@@ -121,7 +126,7 @@ class Latch {
         cv_.notify_all();
     }
     // True once some thread waits, false after `timeout`.
-    bool AwaitWaiter(std::chrono::milliseconds timeout) {
+    bool AwaitWaiter(std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
         std::unique_lock<std::mutex> l(m_);
         return cv_.wait_for(l, timeout, [this] { return waiting_; });
     }
@@ -144,14 +149,13 @@ inline bool WaitFor(const std::function<bool()>& done,
     return true;
 }
 
-inline bool RegistryEmpty() {
-    std::lock_guard<std::mutex> l(vemo::AlgorithmMemory::sMapLock);
-    return vemo::AlgorithmMemory::sMemMap.empty();
-}
-
-inline bool AllReleased() {
+// Every runtime object, the runtime library and every traced block are gone.
+inline bool TornDown() {
     const pxrt_test::Live l = pxrt_test::LiveObjects();
-    return l.interpreters == 0 && l.sessions == 0 && l.tensors == 0 && l.sessions_dropped == 0;
+    std::lock_guard<std::mutex> lock(vemo::AlgorithmMemory::sMapLock);
+    return l.interpreters == 0 && l.sessions == 0 && l.tensors == 0 && l.sessions_dropped == 0 &&
+           vemo::AlgorithmMemory::sMemMap.empty() && g_hDllLib == nullptr &&
+           pxrt_test::Loads() == pxrt_test::Unloads();
 }
 
 // Per-test environment: runtime path, fresh runtime script, tracing on, log level restored.
@@ -162,6 +166,7 @@ class Env {
         pxrt_test::Reset();
         vemo::AlgorithmMemory::memTraceInit(256);
         saved_level_ = g_log_level;
+        g_log_level = 1;
     }
     ~Env() {
         pxrt_test::Reset();
@@ -177,14 +182,13 @@ class Env {
     unsigned char saved_level_ = 1;
 };
 
-// Init parameters with one model path per camera type ("model<i>"; null where `missing` says).
+// Init parameters with one model path per camera type ("model<i>").
 struct Init {
     vAIPROC::InitParams_ p{};
     std::string cfg;
     std::string models[5];
-    explicit Init(const std::string& cfg_path, int cam_type = 0, const std::string& project = "TestProject")
-        : cfg(cfg_path) {
-        std::snprintf(p.project_name, sizeof(p.project_name), "%s", project.c_str());
+    explicit Init(const std::string& cfg_path, int cam_type = 0) : cfg(cfg_path) {
+        std::snprintf(p.project_name, sizeof(p.project_name), "%s", "TestProject");
         for (int i = 0; i < 5; ++i) {
             models[i] = "model" + std::to_string(i);
             p.model_path[i] = models[i].c_str();
@@ -205,6 +209,12 @@ inline vAIPROC::ProcParams_ Params(int cam, float iso = 100.0f, float drc = 1.0f
     p.iso = iso;
     p.drc_gain = drc;
     return p;
+}
+
+inline std::vector<pxrt_test::Op> Ops() {
+    std::vector<pxrt_test::Op> ops;
+    for (const pxrt_test::Call& c : pxrt_test::Calls()) ops.push_back(c.op);
+    return ops;
 }
 
 }  // namespace qcom_test

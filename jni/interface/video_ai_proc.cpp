@@ -1,9 +1,7 @@
 // Entry points: argument checks, then dispatch on the process-wide algorithm mode.
 #include "interface/VideoAIProc.h"
 
-#include "interface/dispatch.h"
-#include "algocore/utils/image_copy.h"
-#include "qcom/vainr_yuv/qcom_vainr_yuv_proc_sat.h"
+#include "interface/backend.h"
 #include "interface/process_args.h"
 #include "algocore/utils/status_code.h"
 #include "algocore/utils/vai_log.h"
@@ -16,65 +14,15 @@ int32_t g_algo_mode = 0;
 
 namespace {
 
-// One row per mode. A null model_init/model_uninit means the back-end has no model stage: those
-// entry points then treat its mode as unsupported.
-struct Backend {
-    int32_t mode;
-    const char* (*get_version)();
-    void* (*init)(const InitParams_*);
-    int (*model_init)(void*, const InitParams_*);
-    int (*process)(void*, VAI_IMG_*, VAI_IMG_*, const ProcParams_*);
-    int (*model_uninit)(void*);
-    int (*uninit)(void*);
-};
-
-void LogBypass() {
-    VAI_LOGE("Get Bypass Algo setting from HAL now!");
-}
-void LogUnsupported(int32_t mode) {
+int ModelStageUnsupported(int32_t mode) {
     VAI_LOGE("Unsupported algo mode(%d) now!", mode);
-}
-
-namespace bypass {
-const char* GetVersion() {
-    LogBypass();
-    return "Invalid";
-}
-void* Init(const InitParams_*) {
-    LogBypass();
-    return nullptr;
-}
-int ModelInit(void*, const InitParams_*) {
-    LogBypass();
     return SDK_SUCCESS;
-}
-int Process(void*, VAI_IMG_* out, VAI_IMG_* in, const ProcParams_*) {
-    LogBypass();
-    // The second argument's planes are copied over the third: the reverse of the back-ends' copies.
-    return CopyImage(in, out);
-}
-int Release(void*) {
-    return SDK_SUCCESS;
-}
-}  // namespace bypass
-
-constexpr Backend kBackends[] = {
-    {vAIPROC::VAI_ALGO_MODE_BYPASS, bypass::GetVersion, bypass::Init, bypass::ModelInit, bypass::Process,
-     bypass::Release, bypass::Release},
-    // Models are loaded at init and switched in the background: no model stage.
-    {vAIPROC::VAI_ALGO_MODE_QCOM_YUV, QCOM_VAINR_YUV_PROC::VAINR_GetVersion, QCOM_VAINR_YUV_PROC::VAINR_Init,
-     nullptr, QCOM_VAINR_YUV_PROC::VAINR_Process, nullptr, QCOM_VAINR_YUV_PROC::VAINR_Uninit},
-};
-
-const Backend* FindBackend(int32_t mode) {
-    for (const Backend& b : kBackends) {
-        if (b.mode == mode) return &b;
-    }
-    LogUnsupported(mode);
-    return nullptr;
 }
 
 }  // namespace
+
+using vai::Backend;
+using vai::FindBackend;
 
 extern "C" {
 
@@ -101,10 +49,7 @@ int Video_AI_Model_Init(void* handle, InitParams_* params) {
     }
     const Backend* b = FindBackend(g_algo_mode);
     if (b == nullptr) return SDK_SUCCESS;
-    if (b->model_init == nullptr) {
-        LogUnsupported(g_algo_mode);
-        return SDK_SUCCESS;
-    }
+    if (b->model_init == nullptr) return ModelStageUnsupported(g_algo_mode);
     return b->model_init(handle, params);
 }
 
@@ -124,10 +69,7 @@ int Video_AI_Model_Uninit(void* handle) {
     }
     const Backend* b = FindBackend(g_algo_mode);
     if (b == nullptr) return SDK_SUCCESS;
-    if (b->model_uninit == nullptr) {
-        LogUnsupported(g_algo_mode);
-        return SDK_SUCCESS;
-    }
+    if (b->model_uninit == nullptr) return ModelStageUnsupported(g_algo_mode);
     return b->model_uninit(handle);
 }
 

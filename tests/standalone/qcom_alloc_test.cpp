@@ -94,27 +94,27 @@ TEST_P(QcomAllocTest, FramePathAllocatesNothing) {
     void* h = QCOM_VAINR_YUV_PROC::VAINR_Init(&init.p);
     ASSERT_NE(h, nullptr);
 
-    Frame in(kW, kH, 0x4000, 0x2000), out(kW, kH);
+    auto in = MakeFrame(kW, kH, 0x4000, 0x2000), out = MakeFrame(kW, kH);
     const vAIPROC::ProcParams_ params = Params(0, 1200.0f);
     pxrt_test::SetRecording(false);  // the runtime's own records would count
     gAllocations = 0;
     gCounting = true;
     long warmup = -1;
     for (int i = 0; i < 10; ++i) {
-        ASSERT_EQ(QCOM_VAINR_YUV_PROC::VAINR_Process(h, &out.img, &in.img, &params), 0);
+        ASSERT_EQ(QCOM_VAINR_YUV_PROC::VAINR_Process(h, out->img(), in->img(), &params), 0);
         if (i == 1) warmup = gAllocations.load();  // frames 1 and 2 are copies
     }
     // An in-place frame takes the three-argument unpackers. (The luma-only in-place frame is left out:
     // its chroma copy onto itself is refused by the tracer with an error line, and logging may allocate.)
     if (yuv) {
-        ASSERT_EQ(QCOM_VAINR_YUV_PROC::VAINR_Process(h, &in.img, &in.img, &params), 0);
+        ASSERT_EQ(QCOM_VAINR_YUV_PROC::VAINR_Process(h, in->img(), in->img(), &params), 0);
     }
     gCounting = false;
 
     EXPECT_EQ(warmup, 0);
     EXPECT_EQ(gAllocations.load(), 0);
     EXPECT_EQ(pxrt_test::CallCount(pxrt_test::Op::kRun), yuv ? 9u : 8u);
-    EXPECT_NE(out.luma[0], 0x4000);  // really processed
+    EXPECT_NE(out->Sample(0, 0, 0), 0x4000);  // really processed
     EXPECT_EQ(QCOM_VAINR_YUV_PROC::VAINR_Uninit(h), 0);
 }
 

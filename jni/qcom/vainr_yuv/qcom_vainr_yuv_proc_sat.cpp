@@ -41,8 +41,22 @@ constexpr const char* BaseName(const char* path) {
     }
     return base;
 }
-// Labels this file's entries in the memory tracer's reports.
+// Labels this file's entries in the memory tracer's reports. The line labels stay fixed across edits
+// of this file, so that reports from different builds can be compared.
 constexpr const char* kSrcName = BaseName(__FILE__);
+constexpr int kTraceLineInstance = 128;
+constexpr int kTraceLineRelease = 558;
+constexpr int kTraceLineChromaCopy = 473;
+
+// Results of the model-switch routine besides SDK_SUCCESS; the thread's result is discarded, they
+// only tell its tests which step failed.
+constexpr int kSwitchSessionFailed = 3;
+constexpr int kSwitchRuntimeFailed = 4;
+
+// Camera types index the model names and the five configuration entries.
+bool CamInRecord(int32_t cam) {
+    return cam >= 0 && cam < kMaxCams;
+}
 
 PXRT::SessionOptions MakeOptions(const VAINR_CfgPars_& cfg, int cam) {
     PXRT::SessionOptions options{
@@ -102,37 +116,92 @@ std::shared_ptr<PXRT::ITensor> NewTensor(VAINR_Ctx_* ctx, bool input, size_t i) 
         create(ctx->m_session[0], bytes, static_cast<int32_t>(i), 1, kTensorKind, nullptr, -1, 0));
 }
 
-// Init steps 13-17: session, tensor counts, sizes and tensors, appended to the empty arrays.
-bool OpenSession(VAINR_Ctx_* ctx, int cam) {
+// How a session's tensors are placed. Initialisation appends every tensor to empty arrays, querying
+// each size just before its tensor. A switch queries all sizes first and, since it keeps the array
+// lengths, puts every new tensor into element 0 (one input and one output are assumed).
+enum class Build { kInit, kSwitch };
+
+bool QueryCount(VAINR_Ctx_* ctx, bool input) {
     VAI_HANDLE_& h = ctx->vai_handle;
     PXRT::Interpreter* interp = h.interpreter.get();
-    if (!CreateSession(ctx, cam)) return false;
-    int ret = interp->GetSessionInputNumber(ctx->m_session[0], &h.m_in_num[0]);
+    const int ret = input ? interp->GetSessionInputNumber(ctx->m_session[0], &h.m_in_num[0])
+                          : interp->GetSessionOutputNumber(ctx->m_session[0], &h.m_out_num[0]);
     if (ret != 0) {
-        VAI_LOGE("GetSessionInputNumber failed, return value:%d", ret);
+        VAI_LOGE(input ? "GetSessionInputNumber failed, return value:%d"
+                       : "GetSessionOutputNumber failed, return value:%d",
+                 ret);
         return false;
     }
-    ret = interp->GetSessionOutputNumber(ctx->m_session[0], &h.m_out_num[0]);
-    if (ret != 0) {
-        VAI_LOGE("GetSessionOutputNumber failed, return value:%d", ret);
-        return false;
+    return TensorCountFits(input ? "GetSessionInputNumber" : "GetSessionOutputNumber",
+                           input ? h.m_in_num[0] : h.m_out_num[0]);
+}
+
+// A switch keeps the array lengths, so after the first session every new tensor goes into element 0.
+void ReplaceFirst(PXRT::TensorArray& array, std::shared_ptr<PXRT::ITensor> t, size_t i, bool input) {
+    if (array.empty()) {
+        VAI_LOGV(input ? "input tensor vecotr is empty, pushing tensor %d"
+                       : "output tensor vecotr is empty, pushing tensor %d",
+                 static_cast<int>(i));
+        array.push_back(std::move(t));
+    } else {
+        VAI_LOGV(input ? "input tensor vecotr not empty, totoal length %lu, replace [0] tensor %d"
+                       : "output tensor vecotr not empty, totoal length %lu, replace [0] tensor %d",
+                 static_cast<unsigned long>(array.size()), static_cast<int>(i));
+        array[0] = std::move(t);
     }
-    if (!TensorCountFits("GetSessionInputNumber", h.m_in_num[0]) ||
-        !TensorCountFits("GetSessionOutputNumber", h.m_out_num[0])) {
-        return false;
+}
+
+// Session, tensor counts, sizes and tensors for camera `cam`: SDK_SUCCESS, kSwitchSessionFailed or
+// kSwitchRuntimeFailed.
+int BuildSession(VAINR_Ctx_* ctx, int cam, Build how) {
+    VAI_HANDLE_& h = ctx->vai_handle;
+    const bool init = how == Build::kInit;
+    if (!CreateSession(ctx, cam)) return kSwitchSessionFailed;
+    if (init && !(QueryCount(ctx, true) && QueryCount(ctx, false))) return kSwitchRuntimeFailed;
+    for (const bool input : {true, false}) {
+        if (!init && !QueryCount(ctx, input)) return kSwitchRuntimeFailed;
+        for (size_t i = 0; i < (input ? h.m_in_num[0] : h.m_out_num[0]); ++i) {
+            if (!QueryTensorSize(ctx, input, i)) return kSwitchRuntimeFailed;
+            if (init) (input ? h.input_tensors[0] : h.output_tensors[0]).push_back(NewTensor(ctx, input, i));
+        }
     }
-    for (size_t i = 0; i < h.m_in_num[0]; ++i) {
-        if (!QueryTensorSize(ctx, true, i)) return false;
-        h.input_tensors[0].push_back(NewTensor(ctx, true, i));
+    for (const bool input : {true, false}) {
+        for (size_t i = 0; !init && i < (input ? h.m_in_num[0] : h.m_out_num[0]); ++i) {
+            ReplaceFirst(input ? h.input_tensors[0] : h.output_tensors[0], NewTensor(ctx, input, i), i,
+                         input);
+        }
     }
-    for (size_t i = 0; i < h.m_out_num[0]; ++i) {
-        if (!QueryTensorSize(ctx, false, i)) return false;
-        h.output_tensors[0].push_back(NewTensor(ctx, false, i));
+    return SDK_SUCCESS;
+}
+
+// Releases the session's tensors (their slots stay, empty) and the session, as teardown and a model
+// switch both do. `where` names the caller in the missing-session warning. False when there is no
+// interpreter to release the session through.
+bool ReleaseSession(VAINR_Ctx_* ctx, bool log_tensors, const char* where) {
+    VAI_HANDLE_& h = ctx->vai_handle;
+    for (const bool input : {true, false}) {
+        PXRT::TensorArray& a = input ? h.input_tensors[0] : h.output_tensors[0];
+        const size_t n = input ? h.m_in_num[0] : h.m_out_num[0];
+        for (size_t i = 0; i < n && i < a.size(); ++i) {
+            if (!a[i]) continue;
+            if (log_tensors) {
+                VAI_LOGV(input ? "resetting input tensor %d" : "resetting output tensor %d",
+                         static_cast<int>(i));
+            }
+            a[i].reset();
+        }
+    }
+    if (!h.interpreter) return false;
+    if (ctx->m_session[0] != nullptr) {
+        h.interpreter->ReleaseSession(ctx->m_session[0]);
+        ctx->m_session[0] = nullptr;
+    } else {
+        VAI_LOGW("runtime session is nullptr in %s!", where);
     }
     return true;
 }
 
-// Init steps 4-18 on a fresh instance; false sends the caller to teardown.
+// Everything of initialisation after the instance exists; false sends the caller to teardown.
 bool BuildInstance(VAINR_Ctx_* ctx, const InitParams_* params) {
     VAI_HANDLE_& h = ctx->vai_handle;
     h.interpreter.reset(mPXRTCreateInterpreterFunc());
@@ -149,11 +218,11 @@ bool BuildInstance(VAINR_Ctx_* ctx, const InitParams_* params) {
     ctx->dump_pars.dump_start = dump_idx / 1000;
     ctx->dump_pars.dump_end = dump_idx % 1000;
 
-    // Indexes the model names and the camera table: refused rather than read past them.
+    // Indexes the model names and the camera table: refused rather than read past them. A camera the
+    // file does not configure keeps the built-in defaults and is valid.
     const int cam = params->cam_type;
-    const uint32_t cam_num = ctx->cfg.RearCamNum + ctx->cfg.FrontCamNum;
-    if (cam < 0 || static_cast<uint32_t>(cam) >= cam_num) {
-        VAI_LOGE("cam_type(%d) is out of the configured cameras(%u) in initial function!", cam, cam_num);
+    if (!CamInRecord(cam)) {
+        VAI_LOGE("cam_type(%d) is out of the camera types 0..%d in initial function!", cam, kMaxCams - 1);
         return false;
     }
     ctx->last_cam_type = static_cast<uint32_t>(cam);
@@ -165,7 +234,7 @@ bool BuildInstance(VAINR_Ctx_* ctx, const InitParams_* params) {
         }
     }
     VAI_LOGE("cam_type:%d, model_name:%s, m_session[0]:%p", cam, ctx->model_name[cam], ctx->m_session[0]);
-    if (!OpenSession(ctx, cam)) return false;
+    if (BuildSession(ctx, cam, Build::kInit) != SDK_SUCCESS) return false;
 
     VAI_LOGV("m_in_num[0] and m_out_num[0] of %s are: %zu, %zu", ctx->model_name[cam], h.m_in_num[0],
              h.m_out_num[0]);
@@ -173,14 +242,14 @@ bool BuildInstance(VAINR_Ctx_* ctx, const InitParams_* params) {
     return true;
 }
 
-// The frame's camera type indexes the configuration; one outside it is copied, never read past.
-bool CamInRange(const VAINR_CfgPars_& cfg, int32_t cam) {
-    return cam >= 0 && cam < vai::qcom::kMaxCams &&
-           static_cast<uint32_t>(cam) < cfg.RearCamNum + cfg.FrontCamNum;
-}
-
-// The tensors must hold the packed frame; a smaller one would be written past its end.
-bool TensorsFit(const VAINR_Ctx_& ctx, const VAI_IMG_& out) {
+// What the kernels refuse, checked before anything is packed, so that such a frame is copied instead
+// of leaving the output half written: 16-bit samples, and tensors that hold the packed frame.
+bool FrameFits(const VAINR_Ctx_& ctx, const VAI_IMG_& out, const VAI_IMG_& in) {
+    if (in.btw <= 8 || out.btw <= 8) {
+        VAI_LOGE("btw of input(%d) and output(%d) image must be above 8 bits! execute ALGO_MEMCPY", in.btw,
+                 out.btw);
+        return false;
+    }
     const VAI_HANDLE_& h = ctx.vai_handle;
     const size_t channels = ctx.cfg.processType == 1 ? 6 : 4;
     const size_t need = static_cast<size_t>(out.width / 2) * static_cast<size_t>(out.height / 2) * channels;
@@ -192,10 +261,6 @@ bool TensorsFit(const VAINR_Ctx_& ctx, const VAI_IMG_& out) {
              out.width, out.height, need);
     return false;
 }
-
-// Results of the switch routine.
-constexpr int kSwitchSessionFailed = 3;
-constexpr int kSwitchRuntimeFailed = 4;
 
 }  // namespace
 }  // namespace qcom
@@ -224,7 +289,7 @@ void* VAINR_Init(const InitParams_* params) {
         return nullptr;
     }
     vai::qcom::SetDefaultCfg(&ctx->cfg);
-    vemo::Native::create(ctx, sizeof(*ctx), kSrcName, 128);
+    vemo::Native::create(ctx, sizeof(*ctx), kSrcName, kTraceLineInstance);
 
     bool built = false;
     try {
@@ -258,28 +323,12 @@ int VAINR_Uninit(void* handle) {
     // (as a system library does) while any of them lives.
     vai::PxrtUnload();
 
-    VAI_HANDLE_& h = ctx->vai_handle;
-    if (!h.input_tensors[0].empty() && h.m_in_num[0] != 0) {
-        for (size_t i = 0; i < h.m_in_num[0] && i < h.input_tensors[0].size(); ++i)
-            h.input_tensors[0][i].reset();
-    }
-    if (!h.output_tensors[0].empty() && h.m_out_num[0] != 0) {
-        for (size_t i = 0; i < h.m_out_num[0] && i < h.output_tensors[0].size(); ++i)
-            h.output_tensors[0][i].reset();
-    }
-    if (h.interpreter) {
-        if (ctx->m_session[0] != nullptr) {
-            h.interpreter->ReleaseSession(ctx->m_session[0]);
-            h.interpreter.reset();
-            ctx->m_session[0] = nullptr;
-        } else {
-            VAI_LOGW("runtime session is nullptr in uninit!");
-            h.interpreter.reset();
-        }
+    if (ReleaseSession(ctx, false, "uninit")) {
+        ctx->vai_handle.interpreter.reset();
     } else {
         VAI_LOGE("interpreter is nullptr in uninit!");
     }
-    vemo::AlgorithmMemory::nativeMemDec(vemo::AlgorithmMemory::mapDelete(ctx, kSrcName, 558));
+    vemo::AlgorithmMemory::nativeMemDec(vemo::AlgorithmMemory::mapDelete(ctx, kSrcName, kTraceLineRelease));
     delete ctx;
     VAI_LOGV("uninit elapsed time is %ldus",
              static_cast<long>(util_get_timestamp_diff_us(t0, util_get_timestamp())));
@@ -301,10 +350,9 @@ int VAINR_Process(void* handle, VAI_IMG_* out, VAI_IMG_* in, const ProcParams_* 
     const int32_t cam = params->cam_type;
     VAINR_CfgPars_& cfg = ctx->cfg;
 
-    if (!CamInRange(cfg, cam)) {
-        VAI_LOGE(
-            "cam_type(%d) is out of the configured cameras(%u)! execute ALGO_MEMCPY in vAINR_yuv_qcom mode!",
-            cam, cfg.RearCamNum + cfg.FrontCamNum);
+    if (!CamInRecord(cam)) {
+        VAI_LOGE("cam_type(%d) is out of the camera types 0..%d! execute ALGO_MEMCPY in vAINR_yuv_qcom mode!",
+                 cam, kMaxCams - 1);
         return CopyImage(out, in);
     }
     if (cfg.cam[cam].processEnable == 0) {
@@ -351,7 +399,7 @@ int VAINR_Process(void* handle, VAI_IMG_* out, VAI_IMG_* in, const ProcParams_* 
     VAI_LOGV("vai_handle is: %p (null is %p), aborting", handle, static_cast<void*>(nullptr));
 
     VAI_HANDLE_& h = ctx->vai_handle;
-    if (!TensorsFit(*ctx, *out)) return CopyImage(out, in);
+    if (!FrameFits(*ctx, *out, *in)) return CopyImage(out, in);
     void* data = h.input_tensors[0][0]->GetData();
     if (cfg.processType == 1) {
         SpaceToDepthYuv_NEON(data, in);
@@ -387,7 +435,7 @@ int VAINR_Process(void* handle, VAI_IMG_* out, VAI_IMG_* in, const ProcParams_* 
             DepthToSpaceGray_NEON(out, in, res, strength);
         }
         vemo::Native::memcpy(out->plane_addr[1], in->plane_addr[1], out->plane_size[1], in->plane_size[1],
-                             out->plane_size[1], kSrcName, 473);
+                             out->plane_size[1], kSrcName, kTraceLineChromaCopy);
     }
     if (ctx->dump_pars.dump_enable) {
         // Tagged like the input dump, as the dump readers expect.
@@ -454,78 +502,9 @@ Strengths ComputeStrengths(const VAINR_CamPars_& e, float g) {
 
 namespace {
 
-// Switch steps 5-8; the result is 0, or the failure status.
-int RebuildSession(VAINR_Ctx_* ctx, int cam) {
-    VAI_HANDLE_& h = ctx->vai_handle;
-    PXRT::Interpreter* interp = h.interpreter.get();
-    if (!CreateSession(ctx, cam)) return kSwitchSessionFailed;
-    void* session = ctx->m_session[0];
-    int ret = interp->GetSessionInputNumber(session, &h.m_in_num[0]);
-    if (ret != 0) {
-        VAI_LOGE("GetSessionInputNumber failed, return value:%d", ret);
-        return kSwitchRuntimeFailed;
-    }
-    if (!TensorCountFits("GetSessionInputNumber", h.m_in_num[0])) return kSwitchRuntimeFailed;
-    for (size_t i = 0; i < h.m_in_num[0]; ++i) {
-        if (!QueryTensorSize(ctx, true, i)) return kSwitchRuntimeFailed;
-    }
-    ret = interp->GetSessionOutputNumber(session, &h.m_out_num[0]);
-    if (ret != 0) {
-        VAI_LOGE("GetSessionOutputNumber failed, return value:%d", ret);
-        return kSwitchRuntimeFailed;
-    }
-    if (!TensorCountFits("GetSessionOutputNumber", h.m_out_num[0])) return kSwitchRuntimeFailed;
-    for (size_t i = 0; i < h.m_out_num[0]; ++i) {
-        if (!QueryTensorSize(ctx, false, i)) return kSwitchRuntimeFailed;
-    }
-    // One input and one output are assumed: after the first session every new tensor replaces [0].
-    for (size_t i = 0; i < h.m_in_num[0]; ++i) {
-        std::shared_ptr<PXRT::ITensor> t = NewTensor(ctx, true, i);
-        if (h.input_tensors[0].empty()) {
-            VAI_LOGV("input tensor vecotr is empty, pushing tensor %d", static_cast<int>(i));
-            h.input_tensors[0].push_back(std::move(t));
-        } else {
-            VAI_LOGV("input tensor vecotr not empty, totoal length %lu, replace [0] tensor %d",
-                     static_cast<unsigned long>(h.input_tensors[0].size()), static_cast<int>(i));
-            h.input_tensors[0][0] = std::move(t);
-        }
-    }
-    for (size_t i = 0; i < h.m_out_num[0]; ++i) {
-        std::shared_ptr<PXRT::ITensor> t = NewTensor(ctx, false, i);
-        if (h.output_tensors[0].empty()) {
-            VAI_LOGV("output tensor vecotr is empty, pushing tensor %d", static_cast<int>(i));
-            h.output_tensors[0].push_back(std::move(t));
-        } else {
-            VAI_LOGV("output tensor vecotr not empty, totoal length %lu, replace [0] tensor %d",
-                     static_cast<unsigned long>(h.output_tensors[0].size()), static_cast<int>(i));
-            h.output_tensors[0][0] = std::move(t);
-        }
-    }
-    return SDK_SUCCESS;
-}
-
 int SwitchBody(VAINR_Ctx_* ctx, int cam) {
     VAI_HANDLE_& h = ctx->vai_handle;
-    for (size_t i = 0; i < h.m_in_num[0] && i < h.input_tensors[0].size(); ++i) {
-        if (h.input_tensors[0][i]) {
-            VAI_LOGV("resetting input tensor %d", static_cast<int>(i));
-            h.input_tensors[0][i].reset();
-        }
-    }
-    for (size_t i = 0; i < h.m_out_num[0] && i < h.output_tensors[0].size(); ++i) {
-        if (h.output_tensors[0][i]) {
-            VAI_LOGV("resetting output tensor %d", static_cast<int>(i));
-            h.output_tensors[0][i].reset();
-        }
-    }
-    if (h.interpreter) {
-        if (ctx->m_session[0] != nullptr) {
-            h.interpreter->ReleaseSession(ctx->m_session[0]);
-            ctx->m_session[0] = nullptr;
-        } else {
-            VAI_LOGW("runtime session is nullptr in VAINR_ModelSwitch!");
-        }
-    } else {
+    if (!ReleaseSession(ctx, true, "VAINR_ModelSwitch")) {
         VAI_LOGW("interpreter is nullptr in VAINR_ModelSwitch! Recreate interpreter now!");
         h.interpreter.reset(mPXRTCreateInterpreterFunc());
         if (!h.interpreter) {
@@ -534,7 +513,7 @@ int SwitchBody(VAINR_Ctx_* ctx, int cam) {
         }
     }
     VAI_LOGV("Release session sucess!");
-    return RebuildSession(ctx, cam);
+    return BuildSession(ctx, cam, Build::kSwitch);
 }
 
 }  // namespace

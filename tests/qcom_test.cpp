@@ -1,0 +1,678 @@
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "algocore/utils/status_code.h"
+#include "interface/VideoAIProc.h"
+#include "log_capture.h"
+#include "qcom/vainr_yuv/qcom_vainr_yuv_cfg.h"
+#include "qcom_test_util.h"
+
+namespace {
+
+using namespace qcom_test;
+using pxrt_test::Op;
+using QCOM_VAINR_YUV_PROC::VAINR_CfgPars_;
+using QCOM_VAINR_YUV_PROC::VAINR_Init;
+using QCOM_VAINR_YUV_PROC::VAINR_Process;
+using QCOM_VAINR_YUV_PROC::VAINR_Uninit;
+
+constexpr int kW = 32, kH = 16;
+
+VAINR_CfgPars_ Defaults() {
+    VAINR_CfgPars_ c;
+    vai::qcom::SetDefaultCfg(&c);
+    return c;
+}
+
+// ---- configuration ----
+
+class QcomCfgTest : public ::testing::Test {
+  protected:
+    bool Load(const std::string& json, const char* project = "TestProject") {
+        cfg_ = Defaults();
+        return QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(WriteText(TestFile(".json"), json).c_str(), project,
+                                                      &cfg_);
+    }
+    ScopedValue<unsigned char> level_{g_log_level, 1};
+    LogCapture log_;
+    VAINR_CfgPars_ cfg_{};
+};
+
+// The sample file spells out the built-in defaults, so either drifting from the other shows here.
+TEST_F(QcomCfgTest, SampleFileHoldsTheDefaults) {
+    VAINR_CfgPars_ cfg = Defaults();
+    ASSERT_TRUE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(VAI_TEST_SOURCE_DIR "/configs/qcom_vainr_yuv.json",
+                                                       "DemoProject", &cfg));
+    VAINR_CfgPars_ expected = Defaults();
+    for (int i = 0; i < 5; ++i) expected.cam[i].camIdx = static_cast<uint32_t>(i);
+    EXPECT_EQ(std::memcmp(&cfg, &expected, sizeof(cfg)), 0);
+    EXPECT_TRUE(log_.Lines().empty());
+}
+
+TEST_F(QcomCfgTest, ReadsEveryKeyUpToBinNumber) {
+    CfgText t;
+    t.LogLevel = 3;
+    t.DumpRangeIdx = 5010;
+    t.RearCamNum = 2;
+    t.SwitchFrameNum = 9;
+    t.cams.resize(3);
+    t.cams[2] = {0, 77, 3, {1, 2, 3, 99}, {4, 5, 6}, {10, 20, 30}};
+    t.cams[1].BinNumber = 16;
+    for (unsigned i = 0; i < 20; ++i) t.cams[1].iso.push_back(100 * (i + 1));
+    ASSERT_TRUE(Load(t.Json()));
+    EXPECT_EQ(cfg_.LogLevel, 3u);
+    EXPECT_EQ(cfg_.processType, 1u);
+    EXPECT_EQ(cfg_.DumpRangeIdx, 5010u);
+    EXPECT_EQ(cfg_.SwitchFrameNum, 9u);
+    const auto& c = cfg_.cam[2];
+    EXPECT_EQ(c.camIdx, 2u);
+    EXPECT_EQ(c.processEnable, 0u);
+    EXPECT_EQ(c.BoostValue, 77u);
+    EXPECT_EQ(c.BinNumber, 3u);
+    EXPECT_EQ(c.NrStrength[2], 3u);
+    EXPECT_EQ(c.NrStrength[3], 25u);  // past BinNumber: the default stays
+    EXPECT_EQ(c.ChromaNrStrength[1], 5u);
+    EXPECT_EQ(c.ISOBinIndex[0], 10u);
+    EXPECT_EQ(cfg_.cam[1].ISOBinIndex[15], 800u);  // the 16th of the 28 listed
+    EXPECT_EQ(cfg_.cam[3].camIdx, 0u);             // beyond the counts: defaults
+    EXPECT_EQ(cfg_.cam[3].BoostValue, 100u);
+
+    // A project name of all 16 bytes needs no terminator.
+    t.project = "ABCDEFGHIJKLMNOP";
+    const struct {
+        char name[16];
+        char after[8];
+    } p = {{'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H', 'I', 'J', 'K', 'L', 'M', 'N', 'O', 'P'}, "QRSTUVW"};
+    EXPECT_TRUE(Load(t.Json(), p.name));
+}
+
+TEST_F(QcomCfgTest, RejectsBadFiles) {
+    const auto rename_key = [](const char* key) {
+        return [key](std::string& json) {
+            const std::string needle = std::string("\"") + key + "\":";
+            json.replace(json.find(needle), needle.size(), std::string("\"x") + key + "\":");
+        };
+    };
+    const struct {
+        const char* name;
+        std::function<void(CfgText&)> edit;
+        std::function<void(std::string&)> edit_json;
+        unsigned log_level_after;  // scalar keys before the failing one are read
+    } cases[] = {
+        {"LogLevel missing", nullptr, rename_key("LogLevel"), 1},
+        {"processType missing", nullptr, rename_key("processType"), 4},
+        {"DumpRangeIdx missing", nullptr, rename_key("DumpRangeIdx"), 4},
+        {"FrontCamNum missing", nullptr, rename_key("FrontCamNum"), 4},
+        {"RearCamNum missing", nullptr, rename_key("RearCamNum"), 4},
+        {"SwitchFrameNum missing", nullptr, rename_key("SwitchFrameNum"), 4},
+        {"camera value mistyped", nullptr,
+         [](std::string& j) { j.replace(j.rfind("\"BoostValue\": 100"), 17, "\"BoostValue\": -1 "); }, 4},
+        {"six cameras", [](CfgText& t) { t.FrontCamNum = 2, t.cams.resize(6); }, nullptr, 4},
+        {"camera count wraps", [](CfgText& t) { t.RearCamNum = 4294967295u, t.FrontCamNum = 2; }, nullptr, 4},
+        {"17 bins", [](CfgText& t) { t.cams[3].BinNumber = 17; }, nullptr, 4},
+        {"fewer elements than cameras", [](CfgText& t) { t.cams.resize(4); }, nullptr, 4},
+        {"empty camera array", [](CfgText& t) { t.cams.clear(); }, nullptr, 4},
+        {"not JSON", nullptr, [](std::string& j) { j = "{ not json"; }, 1},
+    };
+    for (const auto& c : cases) {
+        CfgText t;
+        t.LogLevel = 4;
+        if (c.edit) c.edit(t);
+        std::string json = t.Json();
+        if (c.edit_json) c.edit_json(json);
+        EXPECT_FALSE(Load(json)) << c.name;
+        EXPECT_EQ(cfg_.LogLevel, c.log_level_after) << c.name;
+    }
+    EXPECT_FALSE(Load(CfgText().Json(), "OtherProject"));
+    VAINR_CfgPars_ c = Defaults();
+    EXPECT_FALSE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(nullptr, "p", &c));
+    EXPECT_FALSE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom("x.json", nullptr, &c));
+    EXPECT_FALSE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom("x.json", "p", nullptr));
+}
+
+// ---- initialisation and teardown ----
+
+class QcomTest : public ::testing::Test {
+  protected:
+    void TearDown() override {
+        if (handle_ != nullptr) {
+            EXPECT_EQ(VAINR_Uninit(handle_), 0);
+        }
+        EXPECT_TRUE(TornDown());
+    }
+    std::string Cfg(const CfgText& t) { return WriteText(TestFile(".json"), t.Json()); }
+    // An instance whose sessions fit kW x kH frames.
+    void Start(const CfgText& t, int cam = 0, Init* init = nullptr) {
+        pxrt_test::SetDefaultLayout(LayoutFor(kW, kH, t.processType == 1));
+        Init own(Cfg(t), cam);
+        if (init != nullptr) {
+            init->cfg = own.cfg;
+            init->p.cfg_path = init->cfg.c_str();
+            init->p.cam_type = cam;
+        }
+        handle_ = VAINR_Init(init != nullptr ? &init->p : &own.p);
+        ASSERT_NE(handle_, nullptr);
+    }
+    void Stop() {
+        EXPECT_EQ(VAINR_Uninit(handle_), 0);
+        handle_ = nullptr;
+        EXPECT_TRUE(TornDown());
+    }
+    static CfgText Quick(unsigned processType = 1) {
+        CfgText t;
+        t.processType = processType;
+        t.SwitchFrameNum = 0;
+        return t;
+    }
+    int Process(Frame& out, Frame& in, int cam, float iso = 100.0f, float drc = 1.0f) {
+        const vAIPROC::ProcParams_ p = Params(cam, iso, drc);
+        return VAINR_Process(handle_, out.img(), in.img(), &p);
+    }
+
+    Env env_;
+    LogCapture log_;
+    void* handle_ = nullptr;
+};
+
+TEST_F(QcomTest, InitHandsTheRuntimeItsArguments) {
+    pxrt_test::SessionLayout layout;
+    layout.input_bytes = {600, 70};
+    layout.output_bytes = {900};
+    pxrt_test::SetLayout("model3", layout);
+    CfgText t;
+    t.LogLevel = 5;
+    t.DumpRangeIdx = 12345;
+    t.cams[3].BoostValue = 321;
+    Init init(Cfg(t), 3);
+    const std::string long_path(300, 'm');
+    init.p.model_path[1] = long_path.c_str();
+    init.p.model_path[2] = nullptr;
+    handle_ = VAINR_Init(&init.p);
+    ASSERT_NE(handle_, nullptr);
+    auto* ctx = Ctx(handle_);
+    init.models[0] = "changed after init";  // the instance keeps copies
+
+    EXPECT_EQ(Ops(),
+              (std::vector<Op>{Op::kCreateInterpreter, Op::kCreateSession, Op::kGetSessionInputNumber,
+                               Op::kGetSessionOutputNumber, Op::kGetSessionInputSize, Op::kCreateInputTensor,
+                               Op::kGetSessionInputSize, Op::kCreateInputTensor, Op::kGetSessionOutputSize,
+                               Op::kCreateOutputTensor, Op::kGetVersion}));
+    const std::vector<pxrt_test::Call> calls = pxrt_test::Calls();
+    const pxrt_test::Call& cs = calls[1];
+    EXPECT_EQ(cs.model_path, "model3");
+    EXPECT_EQ(cs.device, 5);
+    EXPECT_EQ(cs.flags, 2048);
+    ASSERT_TRUE(cs.has_options);
+    EXPECT_EQ(cs.output_names, std::vector<std::string>{"Identity"});
+    EXPECT_EQ(std::vector<int32_t>(cs.mode, cs.mode + 3), (std::vector<int32_t>{2, 3, 0}));
+    EXPECT_EQ(cs.boost, 321);
+    EXPECT_EQ(cs.reserved0 | cs.reserved1, 0);
+    EXPECT_EQ(cs.session, ctx->m_session[0]);
+    EXPECT_EQ(calls[6].index, 1u);
+    const size_t sizes[] = {600, 70, 900};
+    const pxrt_test::Call* tensors[] = {&calls[5], &calls[7], &calls[9]};
+    for (int i = 0; i < 3; ++i) {
+        const pxrt_test::Call& c = *tensors[i];
+        EXPECT_EQ(c.session, ctx->m_session[0]);
+        EXPECT_EQ(c.bytes, sizes[i]);
+        EXPECT_EQ(c.tensor_index, i == 1 ? 1 : 0);
+        EXPECT_EQ(std::vector<int32_t>({c.one, c.kind, c.fd, c.zero}), (std::vector<int32_t>{1, 2, -1, 0}));
+        EXPECT_EQ(c.buffer, nullptr);
+    }
+    EXPECT_EQ(ctx->vai_handle.m_in_num[0], 2u);
+    EXPECT_EQ(ctx->vai_handle.mInputTensorByteSize[0][1], 70u);
+    EXPECT_EQ(ctx->last_cam_type, 3u);
+    EXPECT_EQ(ctx->switch_done.load(), 1);
+    EXPECT_EQ(ctx->switch_pending + ctx->frame_count, 0u);
+    EXPECT_TRUE(ctx->dump_pars.dump_enable);
+    EXPECT_EQ(ctx->dump_pars.dump_start, 12u);
+    EXPECT_EQ(ctx->dump_pars.dump_end, 345u);
+    EXPECT_STREQ(ctx->model_name[0], "model0");
+    EXPECT_EQ(std::string(ctx->model_name[1]), long_path.substr(0, 255));
+    EXPECT_STREQ(ctx->model_name[2], "");
+    EXPECT_EQ(g_log_level, 5);
+    EXPECT_EQ(vemo::AlgorithmMemory::mapFind(ctx), sizeof(*ctx));
+    // The one informational line logged at error priority.
+    EXPECT_TRUE(log_.Contains("cam_type:3, model_name:model3, m_session[0]:(nil)"));
+    Stop();
+    EXPECT_EQ(pxrt_test::CallCount(Op::kReleaseSession), 1u);
+}
+
+// Each failure returns null and leaves nothing behind; the last runtime call shows where it stopped.
+TEST_F(QcomTest, EveryInitFailureTearsDownCompletely) {
+    const auto layout = [](std::vector<size_t> in) {
+        pxrt_test::SessionLayout s;
+        s.input_bytes = std::move(in);
+        pxrt_test::SetDefaultLayout(s);
+    };
+    const struct {
+        const char* name;
+        std::function<void(Init&, CfgText&)> setup;
+        Op last;  // kOpCount: the runtime was never called
+    } cases[] = {
+        {"dlopen", [](Init&, CfgText&) { setenv("VAI_PXRT_LIBRARY", "/nonexistent/libPXRT.so", 1); },
+         Op::kOpCount},
+        {"dlsym", [](Init&, CfgText&) { setenv("VAI_PXRT_LIBRARY", VAI_TEST_RUNTIME_INCOMPLETE_PATH, 1); },
+         Op::kOpCount},
+        {"CreateInterpreter", [](Init&, CfgText&) { pxrt_test::Fail(Op::kCreateInterpreter, 0); },
+         Op::kCreateInterpreter},
+        {"configuration", [](Init& i, CfgText&) { i.p.cfg_path = "/nonexistent.json"; },
+         Op::kCreateInterpreter},
+        {"project name", [](Init& i, CfgText&) { std::snprintf(i.p.project_name, 16, "Other"); },
+         Op::kCreateInterpreter},
+        {"camera type above the record", [](Init& i, CfgText&) { i.p.cam_type = 5; }, Op::kCreateInterpreter},
+        {"negative camera type", [](Init& i, CfgText&) { i.p.cam_type = -1; }, Op::kCreateInterpreter},
+        {"CreateSession", [](Init&, CfgText&) { pxrt_test::Fail(Op::kCreateSession, -9); },
+         Op::kCreateSession},
+        {"CreateSession without a session", [](Init&, CfgText&) { pxrt_test::Fail(Op::kCreateSession, 0); },
+         Op::kCreateSession},
+        {"no model path", [](Init& i, CfgText&) { i.p.model_path[0] = nullptr; }, Op::kCreateSession},
+        {"GetSessionInputNumber", [](Init&, CfgText&) { pxrt_test::Fail(Op::kGetSessionInputNumber, 11); },
+         Op::kGetSessionInputNumber},
+        {"GetSessionOutputNumber", [](Init&, CfgText&) { pxrt_test::Fail(Op::kGetSessionOutputNumber, 12); },
+         Op::kGetSessionOutputNumber},
+        {"five inputs",
+         [&](Init&, CfgText&) {
+             layout({1, 2, 3, 4, 5});
+         },
+         Op::kGetSessionInputNumber},
+        {"second input size",
+         [&](Init&, CfgText&) {
+             layout({8, 8});
+             pxrt_test::Fail(Op::kGetSessionInputSize, 13, 1);
+         },
+         Op::kGetSessionInputSize},
+        {"GetSessionOutputSize", [](Init&, CfgText&) { pxrt_test::Fail(Op::kGetSessionOutputSize, 14); },
+         Op::kGetSessionOutputSize},
+    };
+    for (const auto& f : cases) {
+        SCOPED_TRACE(f.name);
+        pxrt_test::Reset();
+        setenv("VAI_PXRT_LIBRARY", VAI_TEST_RUNTIME_PATH, 1);
+        CfgText t;
+        Init init(Cfg(t), 0);
+        f.setup(init, t);
+        EXPECT_EQ(VAINR_Init(&init.p), nullptr);
+        std::vector<Op> ops = Ops();  // up to the teardown's release
+        ops.erase(std::remove(ops.begin(), ops.end(), Op::kReleaseSession), ops.end());
+        EXPECT_EQ(ops.empty() ? Op::kOpCount : ops.back(), f.last);
+        // A failed dlsym leaves the factory pointers it got; the library is closed all the same.
+        mPXRTCreateInterpreterFunc = nullptr;
+        mPXRTCreateInTensorFunc = mPXRTCreateOutTensorFunc = nullptr;
+        EXPECT_TRUE(TornDown());
+    }
+    EXPECT_EQ(VAINR_Init(nullptr), nullptr);
+    EXPECT_EQ(VAINR_Uninit(nullptr), SDK_UNINIT_ERROR);
+}
+
+// Camera types the file does not configure keep the built-in defaults and are processed with them;
+// a file may configure no camera at all.
+TEST_F(QcomTest, UnconfiguredCameraTypesUseTheDefaults) {
+    for (unsigned rear : {3u, 0u}) {
+        SCOPED_TRACE(rear);
+        pxrt_test::Reset();
+        pxrt_test::SetRunHook(FillOutput(1));
+        CfgText t = Quick();
+        t.RearCamNum = rear;
+        t.FrontCamNum = rear == 0 ? 0 : 1;
+        t.cams[4].processEnable = 0;  // not read: camera 4 is beyond the configured ones
+        Start(t, 4);
+        auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH, 0xFFFF, 0xFFFF);
+        ASSERT_EQ(Process(*out, *in, 4, 1200.0f), 0);
+        EXPECT_TRUE(*out == *MakeFrame(kW, kH, 4 * 6, 4 * 32));
+        Stop();
+    }
+}
+
+// A tensor the runtime failed to create is not fatal at initialisation.
+TEST_F(QcomTest, NullTensorsAreNotFatalAtInit) {
+    pxrt_test::Fail(Op::kCreateInputTensor, 0);
+    Start(CfgText(), 0);
+    ASSERT_EQ(Ctx(handle_)->vai_handle.input_tensors[0].size(), 1u);
+    EXPECT_EQ(Ctx(handle_)->vai_handle.input_tensors[0][0], nullptr);
+}
+
+// ---- frame processing ----
+
+// With a black frame and a network answering 1 everywhere, each output sample is 4 x strength.
+TEST_F(QcomTest, StrengthsFollowTheGainTable) {
+    const struct {
+        const char* name;
+        float iso, drc;
+        std::function<void(CamText&)> table;
+        int y, uv;
+    } cases[] = {
+        {"below the first bin", 799.0f, 1.0f, nullptr, 0, 32},
+        {"at the first bin", 800.0f, 1.0f, nullptr, 0, 32},
+        {"worked example", 1200.0f, 1.0f, nullptr, 6, 32},
+        {"gain is ISO x DRC", 550.0f, 2.0f, nullptr, 4, 32},  // 1100: (0*500 + 12*300) / 800
+        {"second bin", 2400.0f, 1.0f, nullptr, 15, 32},       // (12*800 + 19*800) / 1600
+        {"both interpolate", 11000.0f, 1.0f, nullptr, 35, 34},
+        {"9200 bin edge", 9200.0f, 1.0f, nullptr, 32, 32},
+        {"at the last bin", 25600.0f, 1.0f, nullptr, 51, 40},
+        {"above the last bin", 1e9f, 1.0f, nullptr, 51, 40},
+        {"last used bin, not the table end", 5000.0f, 1.0f, [](CamText& c) { c.BinNumber = 3; }, 19, 32},
+        {"equal neighbours", 1000.0f, 1.0f,
+         [](CamText& c) {
+             c.nr = {20, 20}, c.chroma = {9, 9};
+         },
+         20, 9},
+        {"low byte of a wide strength", 100.0f, 1.0f, [](CamText& c) { c.nr = {300}, c.chroma = {257}; }, 44,
+         1},
+        {"above 64 clamps", 100.0f, 1.0f, [](CamText& c) { c.nr = {100}, c.chroma = {65}; }, 64, 64},
+        {"BinNumber 0 counts as one bin", 5000.0f, 1.0f, [](CamText& c) { c.BinNumber = 0; }, 0, 32},
+        {"falling table", 1200.0f, 1.0f,
+         [](CamText& c) {
+             c.nr = {40, 20}, c.chroma = {8, 0};
+         },
+         30, 4},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        pxrt_test::Reset();
+        pxrt_test::SetRunHook(FillOutput(1));
+        CfgText t = Quick();
+        if (c.table) c.table(t.cams[2]);
+        Start(t, 2);
+        auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH, 0xFFFF, 0xFFFF);
+        ASSERT_EQ(Process(*out, *in, 2, c.iso, c.drc), 0);
+        EXPECT_TRUE(*out ==
+                    *MakeFrame(kW, kH, static_cast<uint16_t>(4 * c.y), static_cast<uint16_t>(4 * c.uv)));
+        Stop();
+    }
+}
+
+// An identity network at full strength gives back the high byte of every sample, in place or not:
+// the tensor really carries the packed input through Run to the unpacker.
+TEST_F(QcomTest, PackRunUnpackChain) {
+    for (unsigned type : {1u, 0u}) {
+        SCOPED_TRACE(type);
+        pxrt_test::Reset();
+        pxrt_test::SetRunHook([](void*, PXRT::TensorArray* in, PXRT::TensorArray* out) {
+            pxrt_test::TensorInfo info;
+            if (!pxrt_test::Describe((*in)[0].get(), &info)) return -7;
+            std::memcpy((*out)[0]->GetData(), (*in)[0]->GetData(), info.bytes);
+            return 0;
+        });
+        CfgText t = Quick(type);
+        for (auto& c : t.cams) c.nr = c.chroma = {64};
+        Start(t, 0);
+        auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH);
+        in->FillRandom(type);
+        ASSERT_EQ(Process(*out, *in, 0), 0);
+        for (int p = 0; p < 2; ++p) {
+            for (int y = 0; y < kH >> p; ++y) {
+                for (int x = 0; x < kW; ++x) {
+                    // Luma-only models leave chroma to the traced copy.
+                    const uint16_t v = in->Sample(p, x, y);
+                    ASSERT_EQ(out->Sample(p, x, y), p == 1 && type == 0 ? v : (v & 0xFF00))
+                        << p << " " << x << "," << y;
+                }
+            }
+        }
+        if (type == 1) {  // (in place, a luma-only frame's chroma copy onto itself is refused)
+            ASSERT_EQ(Process(*in, *in, 0), 0);
+            EXPECT_TRUE(*in == *out);
+        }
+        Stop();
+    }
+}
+
+TEST_F(QcomTest, InferenceFailureLeavesTheOutputAlone) {
+    pxrt_test::Fail(Op::kRun, 42);
+    Start(Quick(), 0);
+    auto in = MakeFrame(kW, kH, 0x1234, 0x5678), out = MakeFrame(kW, kH, 0xABAB, 0xCDCD);
+    EXPECT_EQ(Process(*out, *in, 0), SDK_INVALID_MODEL_ERR);
+    EXPECT_TRUE(*out == *MakeFrame(kW, kH, 0xABAB, 0xCDCD));
+}
+
+// Frames the network cannot take are copied unchanged, with an error line, and never reach Run.
+TEST_F(QcomTest, FramesThatCannotBeProcessedAreCopied) {
+    CfgText t = Quick();
+    t.cams[1].processEnable = 0;
+    Start(t, 0);
+    pxrt_test::SetRunHook(FillOutput(1));
+    const struct {
+        const char* name;
+        int cam;
+        int width, bits;
+    } cases[] = {
+        {"disabled camera type", 1, kW, 10},
+        {"camera type above the record", 5, kW, 10},
+        {"negative camera type", -2, kW, 10},
+        {"8-bit frames", 0, kW, 8},
+        {"tensors smaller than the frame", 0, 2 * kW, 10},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        log_.Clear();
+        auto in = MakeFrame(c.width, kH, 0x1234, 0x5678, c.bits), out = MakeFrame(c.width, kH, 0, 0, c.bits);
+        EXPECT_EQ(Process(*out, *in, c.cam), 0);
+        EXPECT_EQ(out->Bytes(), in->Bytes());
+        EXPECT_EQ(log_.Lines().size(), 1u);
+        EXPECT_EQ(log_.Lines().at(0).prio, ANDROID_LOG_ERROR);
+        // Such frames do not count as a camera change.
+        EXPECT_EQ(Ctx(handle_)->last_cam_type, 0u);
+        EXPECT_EQ(Ctx(handle_)->switch_pending, 0);
+    }
+    EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 0u);
+    // A copy's own status comes back.
+    auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH);
+    in->img()->img_num = 2;
+    EXPECT_EQ(Process(*out, *in, 1), kImageCountMismatch);
+}
+
+TEST_F(QcomTest, NullArguments) {
+    Start(Quick(), 0);
+    auto f = MakeFrame(kW, kH);
+    const vAIPROC::ProcParams_ p = Params(0);
+    EXPECT_EQ(VAINR_Process(nullptr, f->img(), f->img(), &p), SDK_UNINIT_ERROR);
+    EXPECT_EQ(VAINR_Process(handle_, f->img(), f->img(), nullptr), SDK_UNINIT_ERROR);
+    EXPECT_EQ(VAINR_Process(handle_, nullptr, f->img(), &p), kNullImage);
+    EXPECT_EQ(VAINR_Process(handle_, f->img(), nullptr, &p), kNullImage);
+    EXPECT_EQ(vai::qcom::ModelSwitch(nullptr, 1), SDK_UNINIT_ERROR);
+}
+
+// Frames in the dump range are written, input and output under the same tag.
+TEST_F(QcomTest, DumpsTheRequestRange) {
+    const std::string dir = TestFile("_dumps/");
+    mkdir(dir.c_str(), 0775);
+    setenv("VAI_DUMP_DIR", dir.c_str(), 1);
+    CfgText t = Quick();
+    t.DumpRangeIdx = 1003;  // requests 1 and 2
+    pxrt_test::SetRunHook(FillOutput(7));
+    Start(t, 0);
+    auto in = MakeFrame(kW, kH, 0x1234, 0x5678), out = MakeFrame(kW, kH);
+    for (uint64_t req = 0; req < 5; ++req) {
+        in->img()->req_id = out->img()->req_id = req;
+        ASSERT_EQ(Process(*out, *in, 0), 0);
+    }
+    unsetenv("VAI_DUMP_DIR");
+    std::vector<std::string> files;
+    if (DIR* d = opendir(dir.c_str())) {
+        while (dirent* e = readdir(d)) {
+            if (e->d_name[0] != '.') files.push_back(e->d_name);
+        }
+        closedir(d);
+    }
+    ASSERT_FALSE(files.empty());
+    for (const std::string& f : files) {
+        EXPECT_TRUE(f.find("_req1_32x16_qcom_yuv_vainr_in.packed_word") != std::string::npos ||
+                    f.find("_req2_32x16_qcom_yuv_vainr_in.packed_word") != std::string::npos)
+            << f;
+        struct stat st {};
+        EXPECT_EQ(stat((dir + f).c_str(), &st), 0);
+        EXPECT_EQ(static_cast<size_t>(st.st_size), out->plane_bytes(0)) << f;
+    }
+}
+
+// ---- model switching ----
+
+// The frame-by-frame state machine around a camera change, with the switch thread held in
+// CreateSession until the test lets it go.
+TEST_F(QcomTest, CameraChangeSwitchesModelsInTheBackground) {
+    CfgText t;
+    t.SwitchFrameNum = 3;
+    t.cams[1].BoostValue = 77;
+    Latch latch;
+    pxrt_test::SetCreateSessionHook([&latch](const std::string& model) {
+        if (model == "model1") latch.Wait();
+    });
+    pxrt_test::SetRunHook(FillOutput(0x11));
+    Start(t, 0);
+    auto* ctx = Ctx(handle_);
+    auto in = MakeFrame(kW, kH, 0x1234, 0x5678);
+    const auto processed = [&](int cam) {
+        auto out = MakeFrame(kW, kH);
+        EXPECT_EQ(Process(*out, *in, cam), 0);
+        return !(*out == *in);
+    };
+
+    for (int i = 1; i <= 3; ++i) EXPECT_FALSE(processed(0)) << "warm-up after init " << i;
+    EXPECT_TRUE(processed(0));
+    EXPECT_FALSE(processed(1));  // the change itself
+    EXPECT_EQ(ctx->switch_pending, 1);
+    EXPECT_EQ(ctx->frame_count, 0u);
+    EXPECT_EQ(ctx->last_cam_type, 1u);
+    for (int i = 0; i < 3; ++i) EXPECT_FALSE(processed(1));  // warm-up
+    EXPECT_EQ(pxrt_test::CallCount(Op::kCreateSession), 1u);
+    EXPECT_FALSE(processed(1));  // starts the switch
+    EXPECT_EQ(ctx->switch_pending, 0);
+    ASSERT_TRUE(latch.AwaitWaiter());
+    for (int i = 0; i < 3; ++i) EXPECT_FALSE(processed(1));  // while it runs
+    EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 1u);
+
+    latch.Open();
+    ASSERT_TRUE(WaitFor([&] { return ctx->switch_done.load(std::memory_order_acquire) == 1; }));
+    EXPECT_TRUE(processed(1));
+    const std::vector<pxrt_test::Call> sessions = pxrt_test::Calls(Op::kCreateSession);
+    ASSERT_EQ(sessions.size(), 2u);
+    EXPECT_EQ(sessions[1].model_path, "model1");
+    EXPECT_EQ(sessions[1].boost, 77);
+    EXPECT_EQ(sessions[1].device, 5);
+    EXPECT_EQ(pxrt_test::Calls(Op::kRun).back().session, sessions[1].session);
+    EXPECT_EQ(pxrt_test::Calls(Op::kReleaseSession).at(0).session, sessions[0].session);
+    const pxrt_test::Live live = pxrt_test::LiveObjects();
+    EXPECT_EQ(live.interpreters + live.sessions + live.tensors, 4);
+}
+
+// The switch routine on its own: old tensors and session go, new ones replace element 0, and the
+// runtime sees all sizes before any tensor.
+TEST_F(QcomTest, SwitchReplacesSessionAndTensors) {
+    pxrt_test::SessionLayout layout = LayoutFor(kW, kH, true);
+    layout.output_bytes.push_back(16);
+    pxrt_test::SetDefaultLayout(layout);
+    Init init(Cfg(CfgText()), 0);
+    handle_ = VAINR_Init(&init.p);
+    ASSERT_NE(handle_, nullptr);
+    auto* ctx = Ctx(handle_);
+    void* old_session = ctx->m_session[0];
+    pxrt_test::Reset();
+    pxrt_test::SetDefaultLayout(layout);
+    EXPECT_EQ(vai::qcom::ModelSwitch(handle_, 3), SDK_SUCCESS);
+    EXPECT_EQ(ctx->switch_done.load(), 1);
+    EXPECT_EQ(Ops(),
+              (std::vector<Op>{Op::kReleaseSession, Op::kCreateSession, Op::kGetSessionInputNumber,
+                               Op::kGetSessionInputSize, Op::kGetSessionOutputNumber,
+                               Op::kGetSessionOutputSize, Op::kGetSessionOutputSize, Op::kCreateInputTensor,
+                               Op::kCreateOutputTensor, Op::kCreateOutputTensor}));
+    EXPECT_EQ(pxrt_test::Calls(Op::kReleaseSession)[0].session, old_session);
+    EXPECT_EQ(pxrt_test::Calls(Op::kCreateSession)[0].model_path, "model3");
+    EXPECT_EQ(pxrt_test::Calls(Op::kCreateSession)[0].session, ctx->m_session[0]);
+    EXPECT_EQ(pxrt_test::Calls(Op::kCreateInputTensor)[0].tensor, ctx->vai_handle.input_tensors[0][0].get());
+    // Both new outputs went into element 0 in turn; the old second output was released, its slot kept.
+    ASSERT_EQ(ctx->vai_handle.output_tensors[0].size(), 2u);
+    EXPECT_EQ(pxrt_test::Calls(Op::kCreateOutputTensor)[1].tensor,
+              ctx->vai_handle.output_tensors[0][0].get());
+    EXPECT_EQ(ctx->vai_handle.output_tensors[0][1], nullptr);
+    EXPECT_EQ(pxrt_test::LiveObjects().sessions, 1);
+    EXPECT_EQ(pxrt_test::LiveObjects().tensors, 2);
+}
+
+// Teardown while the switch thread is held in CreateSession: Uninit waits (logging each poll while
+// the level allows), the switch completes, and then everything is released.
+class QcomTeardownTest : public QcomTest, public ::testing::WithParamInterface<unsigned> {};
+
+TEST_P(QcomTeardownTest, WaitsForARunningSwitch) {
+    const unsigned level = GetParam();
+    CfgText t = Quick();
+    t.LogLevel = level;
+    Latch latch;
+    pxrt_test::SetCreateSessionHook([&latch](const std::string& model) {
+        if (model == "model1") latch.Wait();
+    });
+    Start(t, 0);
+    auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH);
+    Process(*out, *in, 1);  // change
+    Process(*out, *in, 1);  // starts the switch
+    ASSERT_TRUE(latch.AwaitWaiter());
+
+    std::atomic<bool> tearing_down{false};
+    std::thread opener([&] {
+        WaitFor([&] { return tearing_down.load(); });
+        if (level != 0) WaitFor([&] { return log_.Contains("On model switching! Wait in VAINR_Uninit!"); });
+        latch.Open();
+    });
+    tearing_down = true;
+    EXPECT_EQ(VAINR_Uninit(handle_), 0);
+    handle_ = nullptr;
+    opener.join();
+    EXPECT_EQ(pxrt_test::CallCount(Op::kCreateInputTensor), 2u);  // the switch got to its end
+    if (level != 0) {
+        EXPECT_GE(log_.Count("On model switching! Wait in VAINR_Uninit!"), 1u);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(LogLevel, QcomTeardownTest, ::testing::Values(1u, 0u));
+
+// A switch that fails destroys the instance: the caller's handle dangles, nothing is left behind.
+TEST_F(QcomTest, FailedSwitchDestroysTheInstance) {
+    const struct {
+        const char* name;
+        std::function<void(Init&)> setup;
+    } cases[] = {
+        {"no model path", [](Init& i) { i.p.model_path[2] = nullptr; }},
+        {"size query", [](Init&) { pxrt_test::Fail(Op::kGetSessionOutputSize, 5, 1); }},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        pxrt_test::Reset();
+        Init init("", 0);
+        c.setup(init);
+        Start(Quick(), 0, &init);
+        auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH);
+        Process(*out, *in, 2);
+        Process(*out, *in, 2);  // starts the switch; the handle must not be used again
+        handle_ = nullptr;
+        EXPECT_TRUE(WaitFor(TornDown));
+    }
+}
+
+// ---- entry points in mode 1 ----
+
+TEST_F(QcomTest, EntryPointsRouteModeOne) {
+    ScopedValue<int32_t> mode(g_algo_mode, 0);
+    Init init(Cfg(CfgText()), 0);
+    pxrt_test::SetDefaultLayout(LayoutFor(kW, kH, true));
+    handle_ = Video_AI_Proc_Init(&init.p);
+    ASSERT_NE(handle_, nullptr);
+    EXPECT_EQ(g_algo_mode, 1);
+    EXPECT_EQ(Video_AI_Model_Init(handle_, &init.p), 0);
+    EXPECT_EQ(Video_AI_Model_Uninit(handle_), 0);
+    EXPECT_EQ(log_.Count("Unsupported algo mode(1) now!"), 2u);
+    auto in = MakeFrame(kW, kH, 0x1000, 0x2000), out = MakeFrame(kW, kH);
+    vAIPROC::ProcParams_ params = Params(0);
+    EXPECT_EQ(Video_AI_Proc_Process(handle_, out->img(), in->img(), &params), 0);
+    EXPECT_TRUE(*out == *in);  // a warm-up frame is copied
+    EXPECT_EQ(Video_AI_Proc_Uninit(handle_), 0);
+    handle_ = nullptr;
+}
+
+}  // namespace
