@@ -1,8 +1,15 @@
-# Runs CMD; passes when it exits non-zero and its output matches REGEX.
+# Runs CMD; passes when it exits non-zero, its output matches REGEX, and the file NO_FILE (if given)
+# was not left behind.
+if(NO_FILE)
+    file(REMOVE ${NO_FILE})
+endif()
 execute_process(COMMAND ${CMD} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
 if(rc EQUAL 0)
     message(FATAL_ERROR "expected a failure, got exit 0:\n${out}${err}")
 endif()
 if(NOT "${out}${err}" MATCHES "${REGEX}")
     message(FATAL_ERROR "output does not match '${REGEX}':\n${out}${err}")
+endif()
+if(NO_FILE AND EXISTS ${NO_FILE})
+    message(FATAL_ERROR "a failed run left ${NO_FILE} behind")
 endif()
