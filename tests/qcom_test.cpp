@@ -633,13 +633,19 @@ TEST_P(QcomTeardownTest, WaitsForARunningSwitch) {
 INSTANTIATE_TEST_SUITE_P(LogLevel, QcomTeardownTest, ::testing::Values(1u, 0u));
 
 // A switch that fails destroys the instance: the caller's handle dangles, nothing is left behind.
+// The first row goes through the frame path and the switch thread, the others call the routine.
 TEST_F(QcomTest, FailedSwitchDestroysTheInstance) {
     const struct {
         const char* name;
         std::function<void(Init&)> setup;
+        int result;  // -1: through the thread, whose result is discarded
     } cases[] = {
-        {"no model path", [](Init& i) { i.p.model_path[2] = nullptr; }},
-        {"size query", [](Init&) { pxrt_test::Fail(Op::kGetSessionOutputSize, 5, 1); }},
+        {"thread", [](Init& i) { i.p.model_path[2] = nullptr; }, -1},
+        {"no model path", [](Init& i) { i.p.model_path[2] = nullptr; }, vai::qcom::kSwitchSessionFailed},
+        {"size query", [](Init&) { pxrt_test::Fail(Op::kGetSessionOutputSize, 5, 1); },
+         vai::qcom::kSwitchRuntimeFailed},
+        {"no tensor count", [](Init&) { pxrt_test::Fail(Op::kGetSessionInputNumber, 5, 1); },
+         vai::qcom::kSwitchRuntimeFailed},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -647,9 +653,13 @@ TEST_F(QcomTest, FailedSwitchDestroysTheInstance) {
         Init init("", 0);
         c.setup(init);
         Start(Quick(), 0, &init);
-        auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH);
-        Process(*out, *in, 2);
-        Process(*out, *in, 2);  // starts the switch; the handle must not be used again
+        if (c.result < 0) {
+            auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH);
+            Process(*out, *in, 2);
+            Process(*out, *in, 2);  // starts the switch; the handle must not be used again
+        } else {
+            EXPECT_EQ(vai::qcom::ModelSwitch(handle_, 2), c.result);
+        }
         handle_ = nullptr;
         EXPECT_TRUE(WaitFor(TornDown));
     }

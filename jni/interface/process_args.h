@@ -7,7 +7,7 @@
 
 namespace vai {
 
-// 0 when everything is present, otherwise the status to return.
+// SDK_SUCCESS when everything is present, otherwise the status to return.
 inline int CheckProcessArgs(const void* handle, const vAIPROC::VAI_IMG_* out, const vAIPROC::VAI_IMG_* in,
                             const vAIPROC::ProcParams_* params) {
     if (handle == nullptr || params == nullptr) {

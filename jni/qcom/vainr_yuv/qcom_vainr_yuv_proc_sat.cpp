@@ -48,11 +48,6 @@ constexpr int kTraceLineInstance = 128;
 constexpr int kTraceLineRelease = 558;
 constexpr int kTraceLineChromaCopy = 473;
 
-// Results of the model-switch routine besides SDK_SUCCESS; the thread's result is discarded, they
-// only tell its tests which step failed.
-constexpr int kSwitchSessionFailed = 3;
-constexpr int kSwitchRuntimeFailed = 4;
-
 // Camera types index the model names and the five configuration entries.
 bool CamInRecord(int32_t cam) {
     return cam >= 0 && cam < kMaxCams;

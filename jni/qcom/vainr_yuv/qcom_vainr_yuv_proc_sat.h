@@ -32,11 +32,12 @@ static_assert(sizeof(std::atomic<uint8_t>) == 1, "switch_done is one byte");
 VAI_EXPORT const char* VAINR_GetVersion();
 // The instance, or null (every failure tears down what was built).
 VAI_EXPORT void* VAINR_Init(const vAIPROC::InitParams_* params);
-// 0; 3 for null handle or params; 10 for a null image; 6 when inference fails (output untouched);
-// otherwise the result of the pass-through copy.
+// SDK_SUCCESS; SDK_UNINIT_ERROR for a null handle or params; kNullImage for a null image;
+// SDK_INVALID_MODEL_ERR when inference fails (output untouched); otherwise the result of the
+// pass-through copy.
 VAI_EXPORT int VAINR_Process(void* handle, vAIPROC::VAI_IMG_* out, vAIPROC::VAI_IMG_* in,
                              const vAIPROC::ProcParams_* params);
-// 0, or 3 for a null handle. Waits for a running model switch.
+// SDK_SUCCESS, or SDK_UNINIT_ERROR for a null handle. Waits for a running model switch.
 VAI_EXPORT int VAINR_Uninit(void* handle);
 
 }  // namespace QCOM_VAINR_YUV_PROC
@@ -53,8 +54,14 @@ struct Strengths {
 // them, linear interpolation between two bins inside. BinNumber 0 counts as 1.
 Strengths ComputeStrengths(const QCOM_VAINR_YUV_PROC::VAINR_CamPars_& cam, float gain);
 
-// Body of the model-switch thread: rebuilds the session and tensors for camera type `cam`. 0 on
-// success; 3 (session) or 4 (other runtime call) after destroying the instance.
+// Results of the model-switch routine besides SDK_SUCCESS. The thread's result is discarded; they tell
+// tests and debuggers which step failed.
+constexpr int kSwitchSessionFailed = 3;  // CreateSession, or no interpreter
+constexpr int kSwitchRuntimeFailed = 4;  // any later runtime call
+
+// Body of the model-switch thread: rebuilds the session and tensors for camera type `cam`.
+// SDK_SUCCESS, or one of the results above after destroying the instance; SDK_UNINIT_ERROR for a
+// null handle.
 int ModelSwitch(void* handle, int cam);
 
 }  // namespace qcom
