@@ -521,9 +521,9 @@ TEST_F(QcomTest, CameraChangeSwitchesModelsInTheBackground) {
     CfgText t;
     t.SwitchFrameNum = 3;
     t.cams[1].BoostValue = 77;
-    Latch latch;
-    pxrt_test::SetCreateSessionHook([&latch](const std::string& model) {
-        if (model == "model1") latch.Wait();
+    Gate gate;
+    pxrt_test::SetCreateSessionHook([&gate](const std::string& model) {
+        if (model == "model1") gate.Wait();
     });
     pxrt_test::SetRunHook(FillOutput(0x11));
     Start(t, 0);
@@ -545,11 +545,11 @@ TEST_F(QcomTest, CameraChangeSwitchesModelsInTheBackground) {
     EXPECT_EQ(pxrt_test::CallCount(Op::kCreateSession), 1u);
     EXPECT_FALSE(processed(1));  // starts the switch
     EXPECT_EQ(ctx->switch_pending, 0);
-    ASSERT_TRUE(latch.AwaitWaiter());
+    ASSERT_TRUE(gate.Reached());
     for (int i = 0; i < 3; ++i) EXPECT_FALSE(processed(1));  // while it runs
     EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 1u);
 
-    latch.Open();
+    gate.Open();
     ASSERT_TRUE(WaitFor([&] { return ctx->switch_done.load(std::memory_order_acquire) == 1; }));
     EXPECT_TRUE(processed(1));
     const std::vector<pxrt_test::Call> sessions = pxrt_test::Calls(Op::kCreateSession);
@@ -604,21 +604,21 @@ TEST_P(QcomTeardownTest, WaitsForARunningSwitch) {
     const unsigned level = GetParam();
     CfgText t = Quick();
     t.LogLevel = level;
-    Latch latch;
-    pxrt_test::SetCreateSessionHook([&latch](const std::string& model) {
-        if (model == "model1") latch.Wait();
+    Gate gate;
+    pxrt_test::SetCreateSessionHook([&gate](const std::string& model) {
+        if (model == "model1") gate.Wait();
     });
     Start(t, 0);
     auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH);
     Process(*out, *in, 1);  // change
     Process(*out, *in, 1);  // starts the switch
-    ASSERT_TRUE(latch.AwaitWaiter());
+    ASSERT_TRUE(gate.Reached());
 
     std::atomic<bool> tearing_down{false};
     std::thread opener([&] {
         WaitFor([&] { return tearing_down.load(); });
         if (level != 0) WaitFor([&] { return log_.Contains("On model switching! Wait in VAINR_Uninit!"); });
-        latch.Open();
+        gate.Open();
     });
     tearing_down = true;
     EXPECT_EQ(VAINR_Uninit(handle_), 0);

@@ -5,12 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <mutex>
 #include <sstream>
 #include <string>
@@ -111,31 +111,17 @@ inline pxrt_test::RunHook FillOutput(uint8_t value) {
     };
 }
 
-// A gate a runtime hook waits on until the test opens it.
-class Latch {
-  public:
+// Holds the one runtime call that waits on it until the test opens it.
+struct Gate {
+    std::promise<void> reached_, open_;
+    std::future<void> reached = reached_.get_future();
+    std::shared_future<void> opened = open_.get_future().share();
     void Wait() {
-        std::unique_lock<std::mutex> l(m_);
-        waiting_ = true;
-        cv_.notify_all();
-        cv_.wait(l, [this] { return open_; });
+        reached_.set_value();
+        opened.wait();
     }
-    void Open() {
-        std::lock_guard<std::mutex> l(m_);
-        open_ = true;
-        cv_.notify_all();
-    }
-    // True once some thread waits, false after `timeout`.
-    bool AwaitWaiter(std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
-        std::unique_lock<std::mutex> l(m_);
-        return cv_.wait_for(l, timeout, [this] { return waiting_; });
-    }
-
-  private:
-    std::mutex m_;
-    std::condition_variable cv_;
-    bool open_ = false;
-    bool waiting_ = false;
+    bool Reached() { return reached.wait_for(std::chrono::seconds(20)) == std::future_status::ready; }
+    void Open() { open_.set_value(); }
 };
 
 // Polls `done` until it holds or `timeout` passes.
