@@ -652,7 +652,10 @@ TEST_F(QcomTest, FailedSwitchDestroysTheInstance) {
         pxrt_test::Reset();
         Init init("", 0);
         c.setup(init);
-        Start(Quick(), 0, &init);
+        CfgText t = Quick();
+        t.LogLevel = 5;  // the thread's teardown ends with a line the test can wait for
+        Start(t, 0, &init);
+        log_.Clear();
         if (c.result < 0) {
             auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH);
             Process(*out, *in, 2);
@@ -661,7 +664,8 @@ TEST_F(QcomTest, FailedSwitchDestroysTheInstance) {
             EXPECT_EQ(vai::qcom::ModelSwitch(handle_, 2), c.result);
         }
         handle_ = nullptr;
-        EXPECT_TRUE(WaitFor(TornDown));
+        EXPECT_TRUE(WaitFor([&] { return log_.Contains("uninit elapsed time is"); }));
+        EXPECT_TRUE(TornDown());
     }
 }
 
