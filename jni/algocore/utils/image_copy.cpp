@@ -8,7 +8,6 @@
 using vAIPROC::VAI_IMG_;
 
 namespace {
-constexpr int kImageCountMismatch = 4;
 constexpr unsigned kMaxPlanes = sizeof(VAI_IMG_::plane_addr) / sizeof(VAI_IMG_::plane_addr[0]);
 }  // namespace
 

@@ -117,6 +117,9 @@ enum SDK_STATUS : int {
 
 // A missing image: a status of its own, without an SDK_ name.
 constexpr int kNullImage = 10;
+// Image counts of a copy differ: a number fixed by the interface that only shares its value with an SDK_
+// name.
+constexpr int kImageCountMismatch = 4;
 
 // Symbolic name of `status` ("SDK_NULL_POINTER_ERR"), or null when the number has no name.
 VAI_EXPORT const char* statusToString(int status);
