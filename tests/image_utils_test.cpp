@@ -13,7 +13,6 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -49,13 +48,9 @@ struct Images {
 };
 
 // `pattern` with * standing for any text.
-bool Matches(const std::string& text, const std::string& pattern) {
-    std::string re;
-    for (char ch : pattern)
-        re += ch == '*'                           ? ".*"
-              : std::strchr("()[]{}.+?^$|\\", ch) ? std::string("\\") + ch
-                                                  : std::string(1, ch);
-    return std::regex_match(text, std::regex(re));
+bool Matches(const char* text, const char* pattern) {
+    if (*pattern == '*') return Matches(text, pattern + 1) || (*text != '\0' && Matches(text + 1, pattern));
+    return *pattern == '\0' ? *text == '\0' : *text == *pattern && Matches(text + 1, pattern + 1);
 }
 
 // Planes are copied or skipped one by one: skips never change the result, and there is no roll-back.
@@ -96,7 +91,7 @@ TEST(CopyImageTest, PlaneWiseCopy) {
         const auto texts = log.Texts();
         ASSERT_EQ(texts.size(), c.message ? 1u : 0u) << "case " << n;
         if (c.message) {
-            EXPECT_TRUE(Matches(texts[0], c.message)) << texts[0];
+            EXPECT_TRUE(Matches(texts[0].c_str(), c.message)) << texts[0];
         }
     }
 }
