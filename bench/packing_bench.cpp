@@ -5,36 +5,21 @@
 
 #include <cstring>
 #include <functional>
-#include <random>
+#include <memory>
 #include <vector>
 
+#include "frame.h"
 #include "packing_model.h"
 #include "algocore/utils/packing.h"
 
-using vAIPROC::VAI_IMG_;
-
 namespace {
 
-struct Frame {
-    std::vector<unsigned char> luma, chroma;
-    VAI_IMG_ img{};
-
-    Frame(int width, int height, bool yuv)
-        : luma(size_t(2) * width * height), chroma(yuv ? luma.size() / 2 : 0) {
-        std::mt19937 rng(width + height);
-        for (auto& b : luma) b = static_cast<unsigned char>(rng());
-        for (auto& b : chroma) b = static_cast<unsigned char>(rng());
-        img.btw = 10;
-        img.img_num = 1;
-        img.plane_num = yuv ? 2 : 1;
-        img.plane_addr[0] = luma.data();
-        img.plane_addr[1] = yuv ? chroma.data() : nullptr;
-        img.stride[0] = 2 * width;
-        img.width = width;
-        img.height = height;
-    }
-    size_t Bytes() const { return luma.size() + chroma.size(); }
-};
+// A 10-bit frame of random bytes.
+std::unique_ptr<vai_frame::Frame> RandomFrame(int width, int height, bool yuv) {
+    auto f = std::make_unique<vai_frame::Frame>(vai_frame::Format{width, height, 10, yuv ? 2 : 1});
+    f->FillRandom(static_cast<uint32_t>(width + height));
+    return f;
+}
 
 // Thread CPU time, so that time slices lost to other processes on a shared machine do not count.
 double Now() {
@@ -73,26 +58,26 @@ const unsigned char kStrength[2] = {40, 24};
 
 void BM_SpaceToDepthYuv(benchmark::State& state, bool model) {
     const int w = state.range(0), h = state.range(1);
-    Frame in(w, h, true);
+    auto in = RandomFrame(w, h, true);
     std::vector<unsigned char> tensor(size_t(w / 2) * (h / 2) * 6);
-    RunAgainstMemcpy(state, in.Bytes() + tensor.size(), [&] {
+    RunAgainstMemcpy(state, in->format().FrameBytes() + tensor.size(), [&] {
         if (model) {
-            packing_model::SpaceToDepth(in.img, tensor.data(), 6);
+            packing_model::SpaceToDepth(*in->img(), tensor.data(), 6);
         } else {
-            SpaceToDepthYuv_NEON(tensor.data(), &in.img);
+            SpaceToDepthYuv_NEON(tensor.data(), in->img());
         }
     });
 }
 
 void BM_SpaceToDepthGray(benchmark::State& state, bool model) {
     const int w = state.range(0), h = state.range(1);
-    Frame in(w, h, false);
+    auto in = RandomFrame(w, h, false);
     std::vector<unsigned char> tensor(size_t(w / 2) * (h / 2) * 4);
-    RunAgainstMemcpy(state, in.Bytes() + tensor.size(), [&] {
+    RunAgainstMemcpy(state, in->format().FrameBytes() + tensor.size(), [&] {
         if (model) {
-            packing_model::SpaceToDepth(in.img, tensor.data(), 4);
+            packing_model::SpaceToDepth(*in->img(), tensor.data(), 4);
         } else {
-            SpaceToDepthGray_NEON(tensor.data(), &in.img);
+            SpaceToDepthGray_NEON(tensor.data(), in->img());
         }
     });
 }
@@ -101,18 +86,18 @@ enum class Form { Model, TwoImages, InPlace };
 
 void BM_DepthToSpaceYuv(benchmark::State& state, Form form) {
     const int w = state.range(0), h = state.range(1);
-    Frame in(w, h, true), out(w, h, true);
+    auto in = RandomFrame(w, h, true), out = RandomFrame(w, h, true);
     std::vector<unsigned char> tensor(size_t(w / 2) * (h / 2) * 6, 77);
-    RunAgainstMemcpy(state, tensor.size() + 2 * out.Bytes(), [&] {
+    RunAgainstMemcpy(state, tensor.size() + 2 * out->format().FrameBytes(), [&] {
         switch (form) {
             case Form::Model:
-                packing_model::DepthToSpace(out.img, in.img, tensor.data(), 6, kStrength, true);
+                packing_model::DepthToSpace(*out->img(), *in->img(), tensor.data(), 6, kStrength, true);
                 break;
             case Form::TwoImages:
-                DepthToSpaceYuv_NEON(&out.img, &in.img, tensor.data(), kStrength);
+                DepthToSpaceYuv_NEON(out->img(), in->img(), tensor.data(), kStrength);
                 break;
             case Form::InPlace:
-                DepthToSpaceYuv_NEON(&out.img, tensor.data(), kStrength);
+                DepthToSpaceYuv_NEON(out->img(), tensor.data(), kStrength);
                 break;
         }
     });
@@ -120,18 +105,18 @@ void BM_DepthToSpaceYuv(benchmark::State& state, Form form) {
 
 void BM_DepthToSpaceGray(benchmark::State& state, Form form) {
     const int w = state.range(0), h = state.range(1);
-    Frame in(w, h, false), out(w, h, false);
+    auto in = RandomFrame(w, h, false), out = RandomFrame(w, h, false);
     std::vector<unsigned char> tensor(size_t(w / 2) * (h / 2) * 4, 77);
-    RunAgainstMemcpy(state, tensor.size() + 2 * out.Bytes(), [&] {
+    RunAgainstMemcpy(state, tensor.size() + 2 * out->format().FrameBytes(), [&] {
         switch (form) {
             case Form::Model:
-                packing_model::DepthToSpace(out.img, in.img, tensor.data(), 4, kStrength, true);
+                packing_model::DepthToSpace(*out->img(), *in->img(), tensor.data(), 4, kStrength, true);
                 break;
             case Form::TwoImages:
-                DepthToSpaceGray_NEON(&out.img, &in.img, tensor.data(), kStrength);
+                DepthToSpaceGray_NEON(out->img(), in->img(), tensor.data(), kStrength);
                 break;
             case Form::InPlace:
-                DepthToSpaceGray_NEON(&out.img, tensor.data(), kStrength);
+                DepthToSpaceGray_NEON(out->img(), tensor.data(), kStrength);
                 break;
         }
     });

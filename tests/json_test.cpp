@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "log_capture.h"
 #include "algocore/utils/vai_log.h"
@@ -13,140 +13,72 @@ namespace {
 
 class JsonTest : public ::testing::Test {
   protected:
-    std::string Write(const std::string& name, const std::string& text) {
+    std::string Write(const std::string& text) {
         // Test cases run in parallel processes: keep their files apart.
-        const std::string path = std::string(VAI_TEST_BINARY_DIR) + "/" +
-                                 ::testing::UnitTest::GetInstance()->current_test_info()->name() + "_" + name;
+        const std::string path = std::string(VAI_TEST_BINARY_DIR) + "/json_" +
+                                 ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".json";
         std::ofstream(path) << text;
         return path;
     }
-    rapidjson::Document Parse(const std::string& text) {
-        rapidjson::Document doc;
-        EXPECT_TRUE(JsonParseFile(Write("json_test.json", text).c_str(), doc));
-        return doc;
-    }
-
     ScopedValue<unsigned char> level_{g_log_level, 1};
     LogCapture log_;
+    rapidjson::Document doc_;
 };
 
-TEST_F(JsonTest, ParsesCommentsAndFullPrecision) {
-    auto doc = Parse(
-        "// leading comment\n{ /* block */ \"a\": 1, // tail\n \"b\": 0.1000000000000000055511151231257827 "
-        "}");
-    unsigned a = 0;
-    EXPECT_TRUE(JsonGet(doc, "a", a));
-    EXPECT_EQ(a, 1u);
-    EXPECT_DOUBLE_EQ(doc["b"].GetDouble(), 0.1);
-}
-
-TEST_F(JsonTest, MissingAndBrokenFiles) {
-    rapidjson::Document doc;
-    const std::string missing = std::string(VAI_TEST_BINARY_DIR) + "/no_such.json";
-    EXPECT_FALSE(JsonParseFile(missing.c_str(), doc));
-    EXPECT_TRUE(log_.Contains("file \"" + missing + "\" fopen failed!"));
-
-    const std::string broken = Write("broken.json", "{ \"a\": [1, 2 }");
-    EXPECT_FALSE(JsonParseFile(broken.c_str(), doc));
-    EXPECT_TRUE(log_.Contains("\"" + broken + "\" parse failed!"));
-}
-
-TEST_F(JsonTest, FileLargerThanTheReadBufferParses) {
-    std::string text = "{\n";
+TEST_F(JsonTest, ParseFile) {
+    // Comments, full precision, and a file larger than the read buffer.
+    std::string text = "// leading\n{ /* block */ \"b\": 0.1000000000000000055511151231257827, // tail\n";
     for (int i = 0; i < 2000; ++i) text += "  \"key" + std::to_string(i) + "\": " + std::to_string(i) + ",\n";
-    text += "  \"last\": 4242\n}\n";
-    ASSERT_GT(text.size(), 30000u);
-    auto doc = Parse(text);
-    unsigned v = 0;
-    EXPECT_TRUE(JsonGet(doc, "key1999", v));
-    EXPECT_EQ(v, 1999u);
-    EXPECT_TRUE(JsonGet(doc, "last", v));
-    EXPECT_EQ(v, 4242u);
+    ASSERT_TRUE(JsonParseFile(Write(text + "  \"last\": 4242\n}\n").c_str(), doc_));
+    EXPECT_DOUBLE_EQ(doc_["b"].GetDouble(), 0.1);
+    EXPECT_EQ(doc_["key1999"].GetUint() + doc_["last"].GetUint(), 1999u + 4242u);
+
+    const std::string missing = std::string(VAI_TEST_BINARY_DIR) + "/no_such.json",
+                      broken = Write("{ \"a\": [1, 2 }");
+    EXPECT_FALSE(JsonParseFile(missing.c_str(), doc_));
+    EXPECT_FALSE(JsonParseFile(broken.c_str(), doc_));
+    EXPECT_EQ(log_.Texts(), (std::vector<std::string>{"file \"" + missing + "\" fopen failed!",
+                                                      "\"" + broken + "\" parse failed!"}));
 }
 
-struct GetCase {
-    const char* json;  // value of member "k"
-    bool ok;
-    unsigned value;
-};
-
-TEST_F(JsonTest, GetAcceptsOnlyUnsigned) {
-    const GetCase cases[] = {
-        {"7", true, 7},
-        {"0", true, 0},
-        {"4294967295", true, 4294967295u},
-        {"4294967296", false, 99},
-        {"-1", false, 99},
-        {"1.5", false, 99},
-        {"1.0", false, 99},
-        {"\"7\"", false, 99},
-        {"true", false, 99},
-        {"[1]", false, 99},
-        {"null", false, 99},
-    };
-    for (const GetCase& c : cases) {
-        auto doc = Parse(std::string("{\"k\": ") + c.json + "}");
+// Member "k" of {"k": json} read into 8 entries pre-filled with 99: with JsonGet where max is kOne, else with
+// JsonGetArray. Absent keys, null keys and non-objects fail like wrong types.
+TEST_F(JsonTest, GetAndGetArrayAcceptOnlyUnsigned) {
+    constexpr int kOne = -1;
+    const char *kParse = "parse \"k\" pars failed!", *kType = "datatype is diff, parse \"k\" pars failed!";
+    const struct {
+        const char* json;
+        int max;
+        std::vector<unsigned> written;
+        const char* message;  // null: success
+    } cases[] = {             // clang-format off
+        {"{\"k\": 7}", kOne, {7}, nullptr}, {"{\"k\": 0}", kOne, {0}, nullptr},
+        {"{\"k\": 4294967295}", kOne, {4294967295u}, nullptr}, {"{\"k\": 4294967296}", kOne, {}, kParse},
+        {"{\"k\": -1}", kOne, {}, kParse}, {"{\"k\": 1.5}", kOne, {}, kParse},
+        {"{\"k\": 1.0}", kOne, {}, kParse}, {"{\"k\": \"7\"}", kOne, {}, kParse},
+        {"{\"k\": [1]}", kOne, {}, kParse}, {"{\"j\": 1}", kOne, {}, kParse}, {"[1, 2]", kOne, {}, kParse},
+        {"{\"k\": [1,2,3]}", 8, {1, 2, 3}, nullptr},
+        {"{\"k\": [1,2,3,4,5,6,7,8,9,10,11,12]}", 8, {1, 2, 3, 4, 5, 6, 7, 8}, nullptr},
+        {"{\"k\": [1,2,3,4,5]}", 2, {1, 2}, nullptr}, {"{\"k\": []}", 8, {}, nullptr},
+        {"{\"k\": [1,2,3]}", 0, {}, nullptr}, {"{\"k\": [1,2,\"x\",4]}", 8, {1, 2}, kType},
+        {"{\"k\": [1,2,3,-4]}", 3, {1, 2, 3}, nullptr}, {"{\"k\": [1,2,3,-4]}", 4, {1, 2, 3}, kType},
+        {"{\"k\": 5}", 8, {}, kParse}, {"{\"j\": [1]}", 8, {}, kParse}, {"[1, 2]", 8, {}, kParse}};
+    // clang-format on
+    for (const auto& c : cases) {
+        ASSERT_TRUE(JsonParseFile(Write(c.json).c_str(), doc_));
         log_.Clear();
-        unsigned out = 99;
-        EXPECT_EQ(JsonGet(doc, "k", out), c.ok) << c.json;
-        EXPECT_EQ(out, c.value) << c.json;
-        EXPECT_EQ(log_.Count("parse \"k\" pars failed!"), c.ok ? 0u : 1u) << c.json;
+        std::vector<unsigned> out(8, 99), expected = c.written;
+        expected.resize(8, 99);
+        const bool ok = c.max == kOne
+                            ? JsonGet(doc_, "k", out[0])
+                            : JsonGetArray(doc_, "k", out.data(), static_cast<unsigned char>(c.max));
+        EXPECT_EQ(ok, c.message == nullptr) << c.json;
+        EXPECT_EQ(out, expected) << c.json;
+        EXPECT_EQ(log_.Texts(), c.message ? std::vector<std::string>{c.message} : std::vector<std::string>{})
+            << c.json;
     }
-    auto doc = Parse("{}");
     unsigned out = 5;
-    EXPECT_FALSE(JsonGet(doc, "absent", out));
-    EXPECT_EQ(out, 5u);
-    EXPECT_TRUE(log_.Contains("parse \"absent\" pars failed!"));
-}
-
-TEST_F(JsonTest, GetOnNonObjectOrNullKeyFailsCleanly) {
-    auto doc = Parse("[1, 2]");
-    unsigned out = 5;
-    EXPECT_FALSE(JsonGet(doc, "k", out));
-    unsigned arr[2] = {};
-    EXPECT_FALSE(JsonGetArray(doc, "k", arr, 2));
-    auto obj = Parse("{\"k\": 1}");
-    EXPECT_FALSE(JsonGet(obj, nullptr, out));
-    EXPECT_EQ(out, 5u);
-}
-
-struct ArrayCase {
-    const char* json;
-    unsigned char max_count;
-    bool ok;
-    std::vector<unsigned> expected;  // contents of the 8-entry output afterwards (pre-filled with 99)
-    const char* message;
-};
-
-TEST_F(JsonTest, GetArrayBoundsAndTypes) {
-    const ArrayCase cases[] = {
-        {"[1,2,3]", 8, true, {1, 2, 3, 99, 99, 99, 99, 99}, nullptr},
-        {"[1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20]", 8, true, {1, 2, 3, 4, 5, 6, 7, 8}, nullptr},
-        {"[1,2,3,4,5]", 2, true, {1, 2, 99, 99, 99, 99, 99, 99}, nullptr},
-        {"[]", 8, true, {99, 99, 99, 99, 99, 99, 99, 99}, nullptr},
-        {"[1,2,3]", 0, true, {99, 99, 99, 99, 99, 99, 99, 99}, nullptr},
-        {"[1,2,\"x\",4]",
-         8,
-         false,
-         {1, 2, 99, 99, 99, 99, 99, 99},
-         "datatype is diff, parse \"k\" pars failed!"},
-        {"[1,2,3,-4]", 3, true, {1, 2, 3, 99, 99, 99, 99, 99}, nullptr},
-        {"[1,2,3,-4]", 4, false, {1, 2, 3, 99, 99, 99, 99, 99}, "datatype is diff, parse \"k\" pars failed!"},
-        {"5", 8, false, {99, 99, 99, 99, 99, 99, 99, 99}, "parse \"k\" pars failed!"},
-        {"{\"a\":1}", 8, false, {99, 99, 99, 99, 99, 99, 99, 99}, "parse \"k\" pars failed!"},
-    };
-    for (const ArrayCase& c : cases) {
-        auto doc = Parse(std::string("{\"k\": ") + c.json + "}");
-        log_.Clear();
-        std::vector<unsigned> out(8, 99);
-        EXPECT_EQ(JsonGetArray(doc, "k", out.data(), c.max_count), c.ok) << c.json;
-        EXPECT_EQ(out, c.expected) << c.json;
-        if (c.message) {
-            EXPECT_EQ(log_.Texts(), std::vector<std::string>{c.message}) << c.json;
-        } else {
-            EXPECT_TRUE(log_.Lines().empty()) << c.json;
-        }
-    }
+    EXPECT_FALSE(JsonGet(doc_, nullptr, out) || JsonGetArray(doc_, nullptr, &out, 1) || out != 5);
 }
 
 }  // namespace

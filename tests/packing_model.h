@@ -55,11 +55,12 @@ inline unsigned MixMsb(unsigned x, unsigned t, unsigned strength) {
     return std::min((x >> 6) * (64 - s) + t * 4 * s, 65535u);
 }
 
-// Scalar convention: weights out of 256, LSB-aligned samples of `btw` bits (or bytes).
+// Scalar convention: weights out of 256, LSB-aligned samples of `btw` bits (or bytes). Samples are
+// 16-bit words, so wider widths mix as 16-bit ones.
 inline unsigned MixLsb(unsigned x, unsigned t, unsigned strength, int btw) {
     const unsigned w = strength > 64 ? 256 : 4 * strength;
     if (btw < 9) return (w * t + (256 - w) * x) >> 8;
-    return ((256 - w) * x + (t << (btw - 8)) * w) >> 8;
+    return ((256 - w) * x + (t << (std::min(btw, 16) - 8)) * w) >> 8;
 }
 
 // Tensor and unprocessed frame `in` to `out`; in/out addressed with out's geometry. `msb` selects the

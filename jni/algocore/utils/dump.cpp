@@ -64,7 +64,10 @@ void DumpFile(void* buf, unsigned int width, unsigned int height, unsigned int s
     DateTime_ now{};
     GetDateTime(&now);
     char path[kPathSize] = {};
-    std::snprintf(path, sizeof(path), "%sIMG%04d%02d%02d%02d%02d%02d_req%ld_%dx%d_%s.%s", dir,
+    // A host override may omit the final "/"; the files still go into the directory.
+    const size_t dirLength = std::strlen(dir);
+    const char* separator = dirLength > 0 && dir[dirLength - 1] != '/' ? "/" : "";
+    std::snprintf(path, sizeof(path), "%s%sIMG%04d%02d%02d%02d%02d%02d_req%ld_%dx%d_%s.%s", dir, separator,
                   now.year + 1900, now.month + 1, now.day, now.hour, now.minute, now.second,
                   static_cast<long>(req), static_cast<int>(width), static_cast<int>(height),
                   tag != nullptr ? tag : "", ext != nullptr ? ext : "");

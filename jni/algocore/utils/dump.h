@@ -26,7 +26,7 @@ struct DateTime_ {
 
 // Creates the dump directory when missing (whatever the switch says), then writes `size` bytes of
 // `buf` to <dir>IMG<date>_req<req>_<width>x<height>_<tag>.<ext> if `req` is in range. Failures are
-// only logged. On host builds the directory is $VAI_DUMP_DIR (ending in "/") when set.
+// only logged. On host builds the directory is $VAI_DUMP_DIR when set, with or without the final "/".
 VAI_EXPORT void DumpFile(void* buf, unsigned int width, unsigned int height, unsigned int size,
                          char const* tag, char const* ext, unsigned long long req, DumpPars_* pars);
 // Writes `size` bytes to `path`. Returns fclose's result, or -1 when the file cannot be opened.
@@ -34,5 +34,5 @@ VAI_EXPORT int WriteFile(char const* path, void* buf, int size);
 // Fills `out` with the local time; returns 0, or -1 with `out` untouched when the clock fails.
 VAI_EXPORT int GetDateTime(DateTime_* out);
 
-// The directory DumpFile writes to, ending in "/".
+// The directory DumpFile writes to.
 const char* DumpDirectory();

@@ -1,0 +1,224 @@
+// Status names, the two logging paths and the property readers.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <string>
+
+#include "algocore/utils/LogPrintf.h"
+#include "algocore/utils/Properties.h"
+#include "algocore/utils/status_code.h"
+#include "algocore/utils/vai_log.h"
+#include "log_capture.h"
+
+namespace {
+
+using vemo::LogPrintf;
+
+// The first and last name of each block, and nothing around the blocks or in their gaps.
+TEST(StatusToString, NamesAndGaps) {
+    const std::pair<int, const char*> named[] = {// clang-format off
+        {0, "SDK_SUCCESS"}, {9, "SDK_BAD_INDEX"}, {16, "SDK_TYPE_NOT_DEFINE"}, {256, "SDK_FILE_BASE_ERR"},
+        {272, "SDK_FILE_REWIND_ERR"}, {512, "SDK_IMAGE_BASE_ERR"}, {529, "SDK_IMAGE_UNKNOW_RESOLUTION"},
+        {768, "SDK_DATA_BASE_ERR"}, {777, "SDK_UNDEFINED_ASPECT_RATIO"}, {784, "SDK_UNDEFINED_FXY"},
+        {1024, "SDK_SYS_BASE_ERR"}, {1042, "SDK_NOT_FOUND"}, {1280, "SDK_IMAGEALGOAPI_BASE"},
+        {1291, "SDK_GETMEMORYINFO_ERROR"}, {1536, "SDK_ERR_UNSUPPORT"}, {1537, "SDK_ERR_ZERO_DIVISION"},
+        {1792, "SDK_MESH_NOT_INIT"}, {1796, "SDK_MESH_CALC_WI_NULL"}, {57344, "SDK_WARNING_FACE_STR_NULL"},
+        {57353, "SDK_WARNING_NOT_SUPPORT_IMAGE_FORMAT"}, {57360, "SDK_WARNING_NOT_SUPPORT_SET_PARAMS"},
+        {57361, "SDK_WARNING_NOT_SUPPORT_FUNCTION"}, {65534, "SDK_UNKNOWN_ERR"}, {65535, "SDK_FAILURE"}};
+    // clang-format on
+    for (const auto& [status, name] : named) EXPECT_STREQ(statusToString(status), name) << status;
+    EXPECT_STREQ(statusToString(SDK_UNINIT_ERROR), "SDK_UNINIT_ERROR");
+    for (int s : {-1,   INT_MIN, kNullImage, 15,    17,    255,   273,   511,    530,  767,
+                  778,  783,     785,        1023,  1043,  1279,  1292,  1535,   1538, 1791,
+                  1797, 57343,   57354,      57359, 57362, 65533, 65536, INT_MAX}) {
+        EXPECT_EQ(statusToString(s), nullptr) << s;
+    }
+}
+
+class LoggingTest : public ::testing::Test {
+  protected:
+    void SetUp() override { vai_host_reset_properties(); }
+    void TearDown() override { vai_host_reset_properties(); }
+    ScopedValue<unsigned char> level_{g_log_level, 1};
+    ScopedValue<unsigned int> mask_{LogPrintf::mLogLevel, LogPrintf::kError | LogPrintf::kInfo};
+    LogCapture log_;
+};
+
+TEST_F(LoggingTest, DirectPathGatesEachPriorityByLevel) {
+    const int kByLevel[] = {ANDROID_LOG_ERROR, ANDROID_LOG_WARN, ANDROID_LOG_INFO, ANDROID_LOG_DEBUG,
+                            ANDROID_LOG_VERBOSE};
+    for (int level = 0; level <= 6; ++level) {
+        g_log_level = static_cast<unsigned char>(level);
+        log_.Clear();
+        VAI_LOGE("e");
+        VAI_LOGW("w");
+        VAI_LOGI("i");
+        VAI_LOGD("d");
+        VAI_LOGV("v%d", 5);
+        std::vector<int> seen, expected(kByLevel, kByLevel + std::min(level, 5));
+        for (const LogLine& l : log_.Lines()) seen.push_back(l.tag == "Video_AI_PROC" ? l.prio : -1);
+        EXPECT_EQ(seen, expected) << "g_log_level " << level;
+    }
+    // Disabled call sites evaluate no argument.
+    int evaluated = 0;
+    g_log_level = 0;
+    VAI_LOGE("%d", ++evaluated);
+    LogPrintf::mLogLevel = 1;
+    VEMO_LOGI("%d", ++evaluated);
+    LogPrintf::mLogLevel = 0;
+    VEMO_LOGE("%d", ++evaluated);
+    EXPECT_EQ(evaluated, 0);
+}
+
+// The vemo prefix: kind, module, file base name, line, two blanks, function.
+TEST_F(LoggingTest, VemoPrefix) {
+    const int line = __LINE__ + 1;
+    VEMO_LOGE("value %d", 7);
+    VEMO_LOGI("info %s", "x");
+    const auto lines = log_.Lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0].tag, "Algorithm");
+    EXPECT_EQ(lines[0].prio + 10 * lines[1].prio, ANDROID_LOG_ERROR + 10 * ANDROID_LOG_INFO);
+    EXPECT_EQ(lines[0].text,
+              "[ERROR] [VEMO] [foundation_test.cpp] " + std::to_string(line) + "  TestBody() value 7");
+    EXPECT_EQ(lines[1].text,
+              "[INFO] [VEMO] [foundation_test.cpp] " + std::to_string(line + 1) + "  TestBody() info x");
+}
+
+// One output per call: the first enabled Android bit, else the mask's console bit; 255 is console only.
+TEST_F(LoggingTest, LogPrintRoutesByMask) {
+    const struct {
+        unsigned int mask, level;
+        int prio;  // 0: nothing reaches the Android log
+        const char* console;
+    } cases[] = {// clang-format off
+        {0, 1, 0, ""}, {1, 1, ANDROID_LOG_ERROR, ""}, {1, 4, 0, ""}, {5, 4, ANDROID_LOG_INFO, ""},
+        {2, 2, ANDROID_LOG_WARN, ""}, {8, 8, ANDROID_LOG_DEBUG, ""}, {16, 16, ANDROID_LOG_VERBOSE, ""},
+        {31, 31, ANDROID_LOG_ERROR, ""}, {32, 1, 0, "Algorithm msg\n"}, {33, 4, 0, "Algorithm msg\n"},
+        {36, 4, ANDROID_LOG_INFO, ""}, {255, 1, 0, "msg \n"}, {255, 64, 0, "msg \n"}, {64, 64, 0, ""}};
+    // clang-format on
+    for (const auto& c : cases) {
+        LogPrintf::mLogLevel = c.mask;
+        log_.Clear();
+        testing::internal::CaptureStdout();
+        LogPrintf::logPrint(c.level, "%s", "msg");
+        fflush(stdout);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), c.console) << c.mask << " " << c.level;
+        std::vector<std::string> expected;
+        if (c.prio != 0) expected.push_back("Algorithm " + std::to_string(c.prio) + " msg");
+        std::vector<std::string> got;
+        for (const LogLine& l : log_.Lines())
+            got.push_back(l.tag + " " + std::to_string(l.prio) + " " + l.text);
+        EXPECT_EQ(got, expected) << c.mask << " " << c.level;
+    }
+    // Formatted into a bounded buffer; a null string is tolerated.
+    static const char* volatile kNull = nullptr;  // hidden from the compiler's format check
+    LogPrintf::mLogLevel = 1;
+    log_.Clear();
+    LogPrintf::logPrint(1, "%s", std::string(2000, 'x').c_str());
+    LogPrintf::logPrint(1, "name %s", static_cast<const char*>(kNull));
+    EXPECT_EQ(log_.Texts(), (std::vector<std::string>{std::string(1022, 'x'), "name (null)"}));
+}
+
+// One table for the property readers: which reader, the property's value (null: unset), the default, and the
+// result (for property_get "length:text", for setLogStatusByProp "result:mask" starting from mask 1), after a
+// "|" the reason of the one info line an integer reader logs when it falls back. errno stays the caller's.
+TEST_F(LoggingTest, PropertyReaders) {
+    enum Reader { kGet, kBool, kInt32, kInt64, kLogStatus };
+    const std::string d200(200, 'd'), d91 = "91:" + d200.substr(0, 91);
+    const struct {
+        Reader reader;
+        const char *value, *fallback, *expected;
+    } cases[] = {// clang-format off
+        {kGet, nullptr, "abc", "3:abc"}, {kGet, nullptr, d200.c_str(), d91.c_str()},
+        {kGet, "hello", "abc", "5:hello"}, {kGet, nullptr, nullptr, "0:"}, {kBool, "0", "1", "0"},
+        {kBool, "n", "1", "0"}, {kBool, "1", "0", "1"}, {kBool, "y", "0", "1"}, {kBool, "x", "1", "1"},
+        {kBool, "x", "0", "0"}, {kBool, "no", "1", "0"}, {kBool, "false", "1", "0"}, {kBool, "off", "1", "0"},
+        {kBool, "yes", "0", "1"}, {kBool, "true", "0", "1"}, {kBool, "on", "0", "1"},
+        {kBool, "TRUE", "0", "0"}, {kBool, "TRUE", "1", "1"}, {kBool, "On", "0", "0"}, {kBool, "", "1", "1"},
+        {kBool, "", "0", "0"}, {kBool, nullptr, "1", "1"}, {kBool, "yes ", "0", "0"}, {kBool, "N", "1", "1"},
+        {kInt32, "123", "-42", "123"}, {kInt32, "7", "-42", "7"}, {kInt32, " -7", "-42", "-7"},
+        {kInt32, "0x10", "-42", "16"}, {kInt32, "010", "-42", "8"}, {kInt32, "12abc", "-42", "12"},
+        {kInt64, "+5", "-42", "5"}, {kInt32, "2147483647", "-42", "2147483647"},
+        {kInt32, "-2147483648", "-42", "-2147483648"}, {kInt32, "2147483648", "-42", "-42|out of range"},
+        {kInt32, "-2147483649", "-42", "-42|out of range"}, {kInt64, "2147483648", "-42", "2147483648"},
+        {kInt64, "9223372036854775807", "-42", "9223372036854775807"},
+        {kInt64, "99999999999999999999", "-42", "-42|overflow"},
+        {kInt64, "-99999999999999999999", "-42", "-42|overflow"},
+        {kInt32, "99999999999999999999", "-42", "-42|overflow"},
+        {kInt32, "abc", "-42", "-42|numeric conversion failed"}, {kInt64, nullptr, "-42", "-42"},
+        {kLogStatus, "0", nullptr, "0:1"}, {kLogStatus, "abc", nullptr, "0:1"},
+        {kLogStatus, "255", nullptr, "255:63"}, {kLogStatus, "-1", nullptr, "-1:63"},
+        {kLogStatus, "5", nullptr, "5:5"}, {kLogStatus, "100", nullptr, "100:36"},
+        {kLogStatus, nullptr, "4", "4:4"}, {kLogStatus, nullptr, nullptr, "0:1"},
+        {kLogStatus, "6", "4", "6:6"}};
+    // clang-format on
+    for (const auto& c : cases) {
+        vai_host_reset_properties();
+        if (c.value != nullptr) property_set("vendor.p", c.value);
+        log_.Clear();
+        LogPrintf::mLogLevel = LogPrintf::kError | LogPrintf::kInfo;
+        errno = EINTR;
+        char value[kPropertyValueMax] = {};
+        std::string got;
+        switch (c.reader) {
+            case kGet:
+                got = std::to_string(property_get("vendor.p", value, c.fallback)) + ":" + value;
+                break;
+            case kBool:
+                got = std::to_string(property_get_bool("vendor.p", std::string(c.fallback) == "1"));
+                break;
+            case kInt32:
+                got = std::to_string(property_get_int32("vendor.p", std::atoi(c.fallback)));
+                break;
+            case kInt64:
+                got = std::to_string(property_get_int64("vendor.p", std::atoi(c.fallback)));
+                break;
+            case kLogStatus:
+                LogPrintf::mLogLevel = 1;
+                got = std::to_string(LogPrintf::setLogStatusByProp("vendor.p", c.fallback));
+                got += ":" + std::to_string(LogPrintf::mLogLevel);
+        }
+        const std::string name = std::to_string(c.reader) + " '" + (c.value ? c.value : "(unset)") + "'";
+        const std::string expected = c.expected, result = expected.substr(0, expected.find('|'));
+        const std::string reason = result.size() < expected.size() ? expected.substr(result.size() + 1) : "";
+        EXPECT_EQ(got, result) << name;
+        EXPECT_EQ(errno, EINTR) << name;
+        const auto texts = log_.Texts();
+        ASSERT_EQ(texts.size(), reason.empty() ? 0u : 1u) << name;
+        if (!reason.empty()) {
+            const std::string tail = "  property_get_imax() property_get_imax(vendor.p,-42) - " + reason;
+            EXPECT_EQ(texts[0].rfind("[INFO] [VEMO] [Properties.cpp] ", 0), 0u) << texts[0];
+            EXPECT_EQ(texts[0].substr(texts[0].size() - std::min(texts[0].size(), tail.size())), tail);
+        }
+    }
+    EXPECT_EQ(
+        property_get_int32(nullptr, 9) + property_get_int64(nullptr, 9) + property_get_bool(nullptr, true),
+        19);
+    EXPECT_FALSE(property_get_bool(nullptr, false));
+}
+
+TEST_F(LoggingTest, LogStatusAndPropertyList) {
+    LogPrintf::mLogLevel = 17;
+    {
+        LogPrintf logger;
+        EXPECT_EQ(LogPrintf::mLogLevel, 1u);
+        LogPrintf::setLogStatus(1000);  // stored unmasked
+        EXPECT_EQ(LogPrintf::mLogLevel, 1000u);
+    }
+    EXPECT_EQ(LogPrintf::mLogLevel, 1u);
+    property_set("vendor.a", "1");
+    property_set("vendor.b", "two");
+    std::map<std::string, std::string> seen;
+    auto collect = [](const char* k, const char* v, void* m) {
+        (*static_cast<std::map<std::string, std::string>*>(m))[k] = v;
+    };
+    EXPECT_EQ(property_list(collect, &seen), 0);
+    EXPECT_EQ(seen, (std::map<std::string, std::string>{{"vendor.a", "1"}, {"vendor.b", "two"}}));
+}
+
+}  // namespace

@@ -1,0 +1,254 @@
+// Image copy and frame dumping.
+#include <sys/stat.h>
+#include <sys/time.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "algocore/utils/dump.h"
+#include "algocore/utils/image_copy.h"
+#include "algocore/utils/status_code.h"
+#include "algocore/utils/vai_log.h"
+#include "log_capture.h"
+
+using vAIPROC::VAI_IMG_;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Two images of two planes (room for four), each plane a buffer with a pattern of its own.
+struct Images {
+    VAI_IMG_ img[2] = {};
+    std::vector<unsigned char> planes[2][4];
+
+    explicit Images(int seed) {
+        for (int i = 0; i < 2; ++i) {
+            img[i].plane_num = 2;
+            for (int p = 0; p < 4; ++p) {
+                for (int k = 0; k < 64; ++k)
+                    planes[i][p].push_back(static_cast<unsigned char>(seed + 16 * i + p + k));
+                img[i].plane_addr[p] = planes[i][p].data();
+                img[i].plane_size[p] = 64;
+            }
+        }
+        img[0].img_num = 2;
+    }
+};
+
+// `pattern` with * standing for any text.
+bool Matches(const char* text, const char* pattern) {
+    if (*pattern == '*') return Matches(text, pattern + 1) || (*text != '\0' && Matches(text + 1, pattern));
+    return *pattern == '\0' ? *text == '\0' : *text == *pattern && Matches(text + 1, pattern + 1);
+}
+
+// Planes are copied or skipped one by one: skips never change the result, and there is no roll-back.
+TEST(CopyImageTest, PlaneWiseCopy) {
+    ScopedValue<unsigned char> level(g_log_level, 1);
+    const struct {
+        std::function<void(Images& in, Images& out)> setup;
+        int result;
+        unsigned copied;      // bit 4 * image + plane
+        const char* message;  // the one line logged, or null
+    } cases[] = {
+        {[](Images&, Images&) {}, 0, 0x33, nullptr},
+        {[](Images&, Images& o) { o.img[0].img_num = 1; }, kImageCountMismatch, 0,
+         "img number of in(2) and out(1) is different in CopyImage!"},
+        {[](Images& i, Images& o) { i.img[0].img_num = o.img[0].img_num = 0; }, 0, 0, nullptr},
+        {[](Images& i, Images& o) { i.img[0].img_num = o.img[0].img_num = 1; }, 0, 0x3, nullptr},
+        {[](Images&, Images& o) { o.img[0].plane_num = 1; }, 0, 0x30,
+         "img plane_num of in(2) and out(1) is different in CopyImage(image:0), skip!"},
+        {[](Images& i, Images&) { i.img[1].plane_size[0] = 32; }, 0, 0x23,
+         "in_img(id:1, palneId:0, planeAddr:0x*, planeSize:32) and out_img(id:1, palneId:0, planeAddr:0x*, "
+         "planeSize:64)are dismatch in CopyImage, skip!"},
+        {[](Images& i, Images& o) { o.img[0].plane_addr[1] = i.img[0].plane_addr[1]; }, 0, 0x31,
+         "in_img(id:0, palneId:1, *are dismatch in CopyImage, skip!"},
+        {[](Images& i, Images& o) { i.img[0].plane_size[0] = o.img[0].plane_size[0] = 0; }, 0, 0x32, nullptr},
+        {[](Images& i, Images& o) { i.img[0].plane_num = o.img[0].plane_num = 9; }, 0, 0x3f,
+         "*exceeds 4 planes*"}};
+    for (size_t n = 0; n < std::size(cases); ++n) {
+        const auto& c = cases[n];
+        LogCapture log;
+        Images in(1), out(100);
+        const Images before(100);
+        c.setup(in, out);
+        EXPECT_EQ(CopyImage(out.img, in.img), c.result) << "case " << n;
+        for (int k = 0; k < 8; ++k) {
+            const Images& from = (c.copied >> k & 1) ? in : before;
+            EXPECT_EQ(out.planes[k / 4][k % 4], from.planes[k / 4][k % 4]) << "case " << n << " plane " << k;
+        }
+        const auto texts = log.Texts();
+        ASSERT_EQ(texts.size(), c.message ? 1u : 0u) << "case " << n;
+        if (c.message) {
+            EXPECT_TRUE(Matches(texts[0].c_str(), c.message)) << texts[0];
+        }
+    }
+}
+
+TEST(CopyImageTest, RawBufferCopyAndNullArguments) {
+    ScopedValue<unsigned char> level(g_log_level, 1);
+    LogCapture log;
+    Images a(1);
+    unsigned char src[16], dst[16] = {};
+    for (int i = 0; i < 16; ++i) src[i] = static_cast<unsigned char>(i + 1);
+    EXPECT_EQ(CopyImage(static_cast<void*>(dst), static_cast<void*>(src), 0u), 0);
+    EXPECT_EQ(dst[0], 0);
+    EXPECT_EQ(CopyImage(static_cast<void*>(dst), static_cast<void*>(src), 16u), 0);
+    EXPECT_EQ(std::memcmp(src, dst, 16), 0);
+    EXPECT_EQ(CopyImage(nullptr, static_cast<void*>(src), 4u), kNullImage);
+    EXPECT_EQ(CopyImage(static_cast<void*>(dst), nullptr, 4u), kNullImage);
+    EXPECT_EQ(CopyImage(a.img, static_cast<VAI_IMG_*>(nullptr)), kNullImage);
+    EXPECT_EQ(CopyImage(static_cast<VAI_IMG_*>(nullptr), a.img), kNullImage);
+    EXPECT_EQ(log.Texts(),
+              (std::vector<std::string>{
+                  "In or out buf is nullptr in CopyImage", "In or out buf is nullptr in CopyImage",
+                  "In or out image is nullptr in CopyImage", "In or out image is nullptr in CopyImage"}));
+    // The same results, silently, at level 0.
+    g_log_level = 0;
+    log.Clear();
+    EXPECT_EQ(CopyImage(static_cast<VAI_IMG_*>(nullptr), nullptr), kNullImage);
+    EXPECT_TRUE(log.Lines().empty());
+}
+
+std::vector<std::string> ListDir(const std::string& dir) {
+    std::vector<std::string> names;
+    std::error_code ec;
+    for (const auto& e : fs::directory_iterator(dir, ec)) names.push_back(e.path().filename().string());
+    return names;
+}
+
+std::vector<unsigned char> ReadAll(const std::string& path) {
+    std::ifstream f(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>()};
+}
+
+// Each test dumps into a directory of its own (tests run in parallel), named by VAI_DUMP_DIR.
+class DumpTest : public ::testing::Test {
+  protected:
+    DumpTest() {
+        fs::remove_all(parent_);
+        fs::create_directories(parent_);
+        setenv("VAI_DUMP_DIR", dir_.c_str(), 1);
+    }
+    ~DumpTest() override {
+        unsetenv("VAI_DUMP_DIR");
+        fs::remove_all(parent_);
+    }
+    ScopedValue<unsigned char> level_{g_log_level, 1};
+    LogCapture log_;
+    const std::string parent_ = std::string(VAI_TEST_BINARY_DIR) + "/dump_" +
+                                ::testing::UnitTest::GetInstance()->current_test_info()->name();
+    const std::string dir_ = parent_ + "/frames/";
+};
+
+// The directory (mode 0775) is made at every call whatever the switch says, with or without the final "/" in
+// VAI_DUMP_DIR; a file only for requests in range, compared as 64-bit numbers.
+TEST_F(DumpTest, DumpsExactlyTheRequestsInRange) {
+    const struct {
+        uint8_t enable;
+        uint32_t start, end;
+        unsigned long long req;
+        bool dumped, slash;
+    } cases[] = {// clang-format off
+        {1, 10, 20, 9, false, true}, {1, 10, 20, 10, true, true}, {1, 10, 20, 19, true, true},
+        {1, 10, 20, 20, false, true}, {1, 5, 5, 5, false, true}, {1, 5, 5, 4, false, true},
+        {0, 10, 20, 15, false, true}, {2, 0, 1, 0, true, true}, {1, 10, 20, (1ull << 32) + 15, false, true},
+        {1, 10, 20, 15, true, false}, {0, 10, 20, 15, false, false}};
+    // clang-format on
+    unsigned char frame[4] = {1, 2, 3, 4};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.start) + ".." + std::to_string(c.end) + " req " +
+                     std::to_string(c.req));
+        fs::remove_all(dir_);
+        setenv("VAI_DUMP_DIR", c.slash ? dir_.c_str() : (parent_ + "/frames").c_str(), 1);
+        DumpPars_ pars{c.enable, c.start, c.end};
+        DumpFile(frame, 2, 2, sizeof(frame), "t", "raw", c.req, &pars);
+        EXPECT_EQ(ListDir(dir_).size(), c.dumped ? 1u : 0u);
+        EXPECT_EQ(ListDir(parent_), std::vector<std::string>{"frames"});
+    }
+    DumpFile(frame, 2, 2, sizeof(frame), "t", "raw", 1, nullptr);
+    EXPECT_TRUE(ListDir(dir_).empty());
+    struct stat st {};
+    ASSERT_EQ(stat(dir_.c_str(), &st), 0);
+    const mode_t mask = umask(0);
+    umask(mask);
+    EXPECT_EQ(st.st_mode & 0777, 0775u & ~mask);
+}
+
+// The name carries the local time (GetDateTime's fields, month from 0 and year from 1900), request, size, tag
+// and extension, cut to 255 characters; only `size` bytes are written, and the line is at error priority so
+// that dumps show at any level.
+TEST_F(DumpTest, NameContentsAndLogLine) {
+    std::vector<unsigned char> frame(300);
+    for (size_t i = 0; i < frame.size(); ++i) frame[i] = static_cast<unsigned char>(i * 7);
+    DumpPars_ pars{1, 0, 100};
+    DateTime_ dt{};
+    dt.reserved = 12345;
+    const time_t before = time(nullptr);
+    ASSERT_EQ(GetDateTime(&dt), 0);
+    DumpFile(frame.data(), 4096, 3072, 200, "s[0]_mtk_raw_vainr_in", "packed_word", 57, &pars);
+    DumpFile(frame.data(), 1, 1, 1, std::string(300, 't').c_str(), "x", 58, &pars);
+    const time_t after = time(nullptr) + 1;  // time() can lag a second behind gettimeofday()
+    EXPECT_EQ(dt.reserved, 12345);
+    EXPECT_EQ(GetDateTime(nullptr), -1);
+
+    auto names = ListDir(dir_);
+    ASSERT_EQ(names.size(), 2u);
+    std::sort(names.begin(), names.end(), [](const auto& a, const auto& b) { return a.size() < b.size(); });
+    EXPECT_EQ(dir_.size() + names[1].size(), 255u);
+    bool matched = false;
+    for (time_t t = before; t <= after; ++t) {
+        char date[32];
+        const tm* l = localtime(&t);
+        strftime(date, sizeof(date), "%Y%m%d%H%M%S", l);
+        matched |=
+            names[0] == std::string("IMG") + date + "_req57_4096x3072_s[0]_mtk_raw_vainr_in.packed_word" &&
+            dt.second == l->tm_sec && dt.minute == l->tm_min && dt.hour == l->tm_hour &&
+            dt.day == l->tm_mday && dt.month == l->tm_mon && dt.year == l->tm_year;
+    }
+    EXPECT_TRUE(matched) << names[0] << " " << dt.year << "-" << dt.month << "-" << dt.day;
+    EXPECT_EQ(ReadAll(dir_ + names[0]), std::vector<unsigned char>(frame.begin(), frame.begin() + 200));
+    const auto lines = log_.Lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0].text, "write file_path " + dir_ + names[0]);
+    EXPECT_EQ(lines[0].prio, ANDROID_LOG_ERROR);
+}
+
+TEST_F(DumpTest, WriteFile) {
+    const std::string path = parent_ + "/plain.bin";
+    std::vector<unsigned char> data(1000);
+    for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<unsigned char>(i ^ 0x5a);
+    EXPECT_EQ(WriteFile(path.c_str(), data.data(), static_cast<int>(data.size())), 0);
+    EXPECT_EQ(ReadAll(path), data);
+    EXPECT_EQ(WriteFile(path.c_str(), data.data(), 0), 0);
+    EXPECT_TRUE(ReadAll(path).empty());
+    // A failing open logs the path, then the open's own errno; nothing at level 0.
+    fs::create_directory(parent_ + "/blocker");
+    const struct {
+        std::string path;
+        int err;
+    } cases[] = {
+        {parent_ + "/no/such/file", ENOENT}, {parent_ + "/blocker", EISDIR}, {parent_ + "/blocker", 0}};
+    for (const auto& c : cases) {
+        g_log_level = c.err != 0;
+        log_.Clear();
+        EXPECT_EQ(WriteFile(c.path.c_str(), data.data(), 2), -1);
+        const std::vector<std::string> expected = {
+            "not find file_path " + c.path, "[saveYuvFile] open fail errno = " + std::to_string(c.err) +
+                                                ", reason = " + std::strerror(c.err)};
+        EXPECT_EQ(log_.Texts(), c.err == 0 ? std::vector<std::string>{} : expected);
+    }
+}
+
+}  // namespace
