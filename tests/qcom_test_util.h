@@ -4,14 +4,10 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <functional>
 #include <future>
-#include <mutex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -75,7 +71,9 @@ inline std::string TestFile(const std::string& suffix) {
     return std::string(VAI_TEST_BINARY_DIR) + "/" + name + suffix;
 }
 
-inline std::string WriteText(const std::string& path, const std::string& text) {
+// Writes `text` to the test's own file and returns its path.
+inline std::string WriteTestFile(const std::string& suffix, const std::string& text) {
+    const std::string path = TestFile(suffix);
     std::ofstream(path, std::ios::binary) << text;
     return path;
 }
@@ -87,16 +85,10 @@ inline std::unique_ptr<Frame> MakeFrame(int w, int h, uint16_t luma = 0, uint16_
     return f;
 }
 
-inline size_t TensorBytes(int w, int h, bool yuv) {
-    return size_t(w / 2) * (h / 2) * (yuv ? 6 : 4);
-}
-
-// A session that fits w x h frames.
+// A session whose tensors hold packed w x h frames.
 inline pxrt_test::SessionLayout LayoutFor(int w, int h, bool yuv) {
-    pxrt_test::SessionLayout s;
-    s.input_bytes = {TensorBytes(w, h, yuv)};
-    s.output_bytes = {TensorBytes(w, h, yuv)};
-    return s;
+    const size_t bytes = size_t(w / 2) * (h / 2) * (yuv ? 6 : 4);
+    return {{bytes}, {bytes}};
 }
 
 // Run hook: every output byte becomes `value`.

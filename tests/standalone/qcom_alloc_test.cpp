@@ -90,7 +90,7 @@ TEST_P(QcomAllocTest, FramePathAllocatesNothing) {
     CfgText cfg;
     cfg.processType = GetParam();
     cfg.SwitchFrameNum = 2;
-    Init init(WriteText(TestFile(".json"), cfg.Json()));
+    Init init(WriteTestFile(".json", cfg.Json()));
     void* h = QCOM_VAINR_YUV_PROC::VAINR_Init(&init.p);
     ASSERT_NE(h, nullptr);
 
