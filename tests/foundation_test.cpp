@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
-#include <fstream>
 #include <map>
 #include <string>
 
@@ -91,15 +90,16 @@ TEST_F(LoggingTest, VemoPrefix) {
 
 // One output per call: the first enabled Android bit, else the mask's console bit; 255 is console only.
 TEST_F(LoggingTest, LogPrintRoutesByMask) {
+    const auto android = [](int prio) { return "Algorithm " + std::to_string(prio) + " msg"; };
     const struct {
         unsigned int mask, level;
-        int prio;  // 0: nothing reaches the Android log
-        const char* console;
-    } cases[] = {// clang-format off
-        {0, 1, 0, ""}, {1, 1, ANDROID_LOG_ERROR, ""}, {1, 4, 0, ""}, {5, 4, ANDROID_LOG_INFO, ""},
-        {2, 2, ANDROID_LOG_WARN, ""}, {8, 8, ANDROID_LOG_DEBUG, ""}, {16, 16, ANDROID_LOG_VERBOSE, ""},
-        {31, 31, ANDROID_LOG_ERROR, ""}, {32, 1, 0, "Algorithm msg\n"}, {33, 4, 0, "Algorithm msg\n"},
-        {36, 4, ANDROID_LOG_INFO, ""}, {255, 1, 0, "msg \n"}, {255, 64, 0, "msg \n"}, {64, 64, 0, ""}};
+        std::string out;  // standard output, then the Android log as "tag prio text"
+    } cases[] = {         // clang-format off
+        {0, 1, ""}, {1, 1, android(ANDROID_LOG_ERROR)}, {1, 4, ""}, {5, 4, android(ANDROID_LOG_INFO)},
+        {2, 2, android(ANDROID_LOG_WARN)}, {8, 8, android(ANDROID_LOG_DEBUG)},
+        {16, 16, android(ANDROID_LOG_VERBOSE)}, {31, 31, android(ANDROID_LOG_ERROR)}, {32, 1, "Algorithm msg\n"},
+        {33, 4, "Algorithm msg\n"}, {36, 4, android(ANDROID_LOG_INFO)}, {255, 1, "msg \n"}, {255, 64, "msg \n"},
+        {64, 64, ""}};
     // clang-format on
     for (const auto& c : cases) {
         LogPrintf::mLogLevel = c.mask;
@@ -107,13 +107,9 @@ TEST_F(LoggingTest, LogPrintRoutesByMask) {
         testing::internal::CaptureStdout();
         LogPrintf::logPrint(c.level, "%s", "msg");
         fflush(stdout);
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), c.console) << c.mask << " " << c.level;
-        std::vector<std::string> expected;
-        if (c.prio != 0) expected.push_back("Algorithm " + std::to_string(c.prio) + " msg");
-        std::vector<std::string> got;
-        for (const LogLine& l : log_.Lines())
-            got.push_back(l.tag + " " + std::to_string(l.prio) + " " + l.text);
-        EXPECT_EQ(got, expected) << c.mask << " " << c.level;
+        std::string got = testing::internal::GetCapturedStdout();
+        for (const LogLine& l : log_.Lines()) got += l.tag + " " + std::to_string(l.prio) + " " + l.text;
+        EXPECT_EQ(got, c.out) << c.mask << " " << c.level;
     }
     // Formatted into a bounded buffer; a null string is tolerated.
     static const char* volatile kNull = nullptr;  // hidden from the compiler's format check
@@ -128,7 +124,25 @@ TEST_F(LoggingTest, LogPrintRoutesByMask) {
 // result (for property_get "length:text", for setLogStatusByProp "result:mask" starting from mask 1), after a
 // "|" the reason of the one info line an integer reader logs when it falls back. errno stays the caller's.
 TEST_F(LoggingTest, PropertyReaders) {
-    enum Reader { kGet, kBool, kInt32, kInt64, kLogStatus };
+    using Reader = std::string (*)(const char* fallback);
+    const Reader kGet = [](const char* d) {
+        char value[kPropertyValueMax] = {};
+        return std::to_string(property_get("vendor.p", value, d)) + ":" + value;
+    };
+    const Reader kBool = [](const char* d) {
+        return std::to_string(property_get_bool("vendor.p", *d == '1'));
+    };
+    const Reader kInt32 = [](const char* d) {
+        return std::to_string(property_get_int32("vendor.p", std::atoi(d)));
+    };
+    const Reader kInt64 = [](const char* d) {
+        return std::to_string(property_get_int64("vendor.p", std::atoi(d)));
+    };
+    const Reader kLogStatus = [](const char* d) {
+        LogPrintf::mLogLevel = 1;
+        const int result = LogPrintf::setLogStatusByProp("vendor.p", d);
+        return std::to_string(result) + ":" + std::to_string(LogPrintf::mLogLevel);
+    };
     const std::string d200(200, 'd'), d91 = "91:" + d200.substr(0, 91);
     const struct {
         Reader reader;
@@ -136,12 +150,11 @@ TEST_F(LoggingTest, PropertyReaders) {
     } cases[] = {// clang-format off
         {kGet, nullptr, "abc", "3:abc"}, {kGet, nullptr, d200.c_str(), d91.c_str()},
         {kGet, "hello", "abc", "5:hello"}, {kGet, nullptr, nullptr, "0:"}, {kBool, "0", "1", "0"},
-        {kBool, "n", "1", "0"}, {kBool, "1", "0", "1"}, {kBool, "y", "0", "1"}, {kBool, "x", "1", "1"},
-        {kBool, "x", "0", "0"}, {kBool, "no", "1", "0"}, {kBool, "false", "1", "0"}, {kBool, "off", "1", "0"},
+        {kBool, "n", "1", "0"}, {kBool, "1", "0", "1"}, {kBool, "y", "0", "1"}, {kBool, "x", "0", "0"},
+        {kBool, "N", "1", "1"}, {kBool, "no", "1", "0"}, {kBool, "false", "1", "0"}, {kBool, "off", "1", "0"},
         {kBool, "yes", "0", "1"}, {kBool, "true", "0", "1"}, {kBool, "on", "0", "1"},
-        {kBool, "TRUE", "0", "0"}, {kBool, "TRUE", "1", "1"}, {kBool, "On", "0", "0"}, {kBool, "", "1", "1"},
-        {kBool, "", "0", "0"}, {kBool, nullptr, "1", "1"}, {kBool, "yes ", "0", "0"}, {kBool, "N", "1", "1"},
-        {kInt32, "123", "-42", "123"}, {kInt32, "7", "-42", "7"}, {kInt32, " -7", "-42", "-7"},
+        {kBool, "TRUE", "0", "0"}, {kBool, "yes ", "0", "0"}, {kBool, "", "1", "1"}, {kBool, nullptr, "1", "1"},
+        {kInt32, "123", "-42", "123"}, {kInt32, " -7", "-42", "-7"},
         {kInt32, "0x10", "-42", "16"}, {kInt32, "010", "-42", "8"}, {kInt32, "12abc", "-42", "12"},
         {kInt64, "+5", "-42", "5"}, {kInt32, "2147483647", "-42", "2147483647"},
         {kInt32, "-2147483648", "-42", "-2147483648"}, {kInt32, "2147483648", "-42", "-42|out of range"},
@@ -151,50 +164,29 @@ TEST_F(LoggingTest, PropertyReaders) {
         {kInt64, "-99999999999999999999", "-42", "-42|overflow"},
         {kInt32, "99999999999999999999", "-42", "-42|overflow"},
         {kInt32, "abc", "-42", "-42|numeric conversion failed"}, {kInt64, nullptr, "-42", "-42"},
-        {kLogStatus, "0", nullptr, "0:1"}, {kLogStatus, "abc", nullptr, "0:1"},
-        {kLogStatus, "255", nullptr, "255:63"}, {kLogStatus, "-1", nullptr, "-1:63"},
-        {kLogStatus, "5", nullptr, "5:5"}, {kLogStatus, "100", nullptr, "100:36"},
-        {kLogStatus, nullptr, "4", "4:4"}, {kLogStatus, nullptr, nullptr, "0:1"},
-        {kLogStatus, "6", "4", "6:6"}};
+        {kLogStatus, "0", nullptr, "0:1"}, {kLogStatus, "255", nullptr, "255:63"},
+        {kLogStatus, "-1", nullptr, "-1:63"}, {kLogStatus, "100", nullptr, "100:36"},
+        {kLogStatus, nullptr, "4", "4:4"}, {kLogStatus, nullptr, nullptr, "0:1"}, {kLogStatus, "6", "4", "6:6"}};
     // clang-format on
     for (const auto& c : cases) {
+        SCOPED_TRACE(std::string("'") + (c.value ? c.value : "(unset)") + "' " +
+                     (c.fallback ? c.fallback : ""));
         vai_host_reset_properties();
         if (c.value != nullptr) property_set("vendor.p", c.value);
         log_.Clear();
         LogPrintf::mLogLevel = LogPrintf::kError | LogPrintf::kInfo;
         errno = EINTR;
-        char value[kPropertyValueMax] = {};
-        std::string got;
-        switch (c.reader) {
-            case kGet:
-                got = std::to_string(property_get("vendor.p", value, c.fallback)) + ":" + value;
-                break;
-            case kBool:
-                got = std::to_string(property_get_bool("vendor.p", std::string(c.fallback) == "1"));
-                break;
-            case kInt32:
-                got = std::to_string(property_get_int32("vendor.p", std::atoi(c.fallback)));
-                break;
-            case kInt64:
-                got = std::to_string(property_get_int64("vendor.p", std::atoi(c.fallback)));
-                break;
-            case kLogStatus:
-                LogPrintf::mLogLevel = 1;
-                got = std::to_string(LogPrintf::setLogStatusByProp("vendor.p", c.fallback));
-                got += ":" + std::to_string(LogPrintf::mLogLevel);
+        std::string got = c.reader(c.fallback);
+        EXPECT_EQ(errno, EINTR);
+        // The line number is left out.
+        for (const std::string& t : log_.Texts()) {
+            got += t.rfind("[INFO] [VEMO] [Properties.cpp] ", 0) == 0 ? "|" + t.substr(t.find("  ") + 2) : t;
         }
-        const std::string name = std::to_string(c.reader) + " '" + (c.value ? c.value : "(unset)") + "'";
-        const std::string expected = c.expected, result = expected.substr(0, expected.find('|'));
-        const std::string reason = result.size() < expected.size() ? expected.substr(result.size() + 1) : "";
-        EXPECT_EQ(got, result) << name;
-        EXPECT_EQ(errno, EINTR) << name;
-        const auto texts = log_.Texts();
-        ASSERT_EQ(texts.size(), reason.empty() ? 0u : 1u) << name;
-        if (!reason.empty()) {
-            const std::string tail = "  property_get_imax() property_get_imax(vendor.p,-42) - " + reason;
-            EXPECT_EQ(texts[0].rfind("[INFO] [VEMO] [Properties.cpp] ", 0), 0u) << texts[0];
-            EXPECT_EQ(texts[0].substr(texts[0].size() - std::min(texts[0].size(), tail.size())), tail);
+        std::string expected = c.expected;
+        if (expected.find('|') != std::string::npos) {
+            expected.insert(expected.find('|') + 1, "property_get_imax() property_get_imax(vendor.p,-42) - ");
         }
+        EXPECT_EQ(got, expected);
     }
     EXPECT_EQ(
         property_get_int32(nullptr, 9) + property_get_int64(nullptr, 9) + property_get_bool(nullptr, true),

@@ -65,6 +65,7 @@ TEST_F(JsonTest, GetAndGetArrayAcceptOnlyUnsigned) {
         {"{\"k\": 5}", 8, {}, kParse}, {"{\"j\": [1]}", 8, {}, kParse}, {"[1, 2]", 8, {}, kParse}};
     // clang-format on
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.json);
         ASSERT_TRUE(JsonParseFile(Write(c.json).c_str(), doc_));
         log_.Clear();
         std::vector<unsigned> out(8, 99), expected = c.written;
@@ -72,10 +73,9 @@ TEST_F(JsonTest, GetAndGetArrayAcceptOnlyUnsigned) {
         const bool ok = c.max == kOne
                             ? JsonGet(doc_, "k", out[0])
                             : JsonGetArray(doc_, "k", out.data(), static_cast<unsigned char>(c.max));
-        EXPECT_EQ(ok, c.message == nullptr) << c.json;
-        EXPECT_EQ(out, expected) << c.json;
-        EXPECT_EQ(log_.Texts(), c.message ? std::vector<std::string>{c.message} : std::vector<std::string>{})
-            << c.json;
+        EXPECT_EQ(ok, c.message == nullptr);
+        EXPECT_EQ(out, expected);
+        EXPECT_EQ(log_.Texts(), std::vector<std::string>(c.message ? 1 : 0, c.message ? c.message : ""));
     }
     unsigned out = 5;
     EXPECT_FALSE(JsonGet(doc_, nullptr, out) || JsonGetArray(doc_, nullptr, &out, 1) || out != 5);

@@ -29,18 +29,13 @@ class LogCapture {
         for (const LogLine& l : Lines()) out.push_back(l.text);
         return out;
     }
-    // True if some line contains `needle`.
-    bool Contains(const std::string& needle) const {
-        for (const LogLine& l : Lines()) {
-            if (l.text.find(needle) != std::string::npos) return true;
-        }
-        return false;
-    }
+    // Lines containing `needle`.
     size_t Count(const std::string& needle) const {
         size_t n = 0;
-        for (const LogLine& l : Lines()) n += l.text.find(needle) != std::string::npos;
+        for (const std::string& t : Texts()) n += t.find(needle) != std::string::npos;
         return n;
     }
+    bool Contains(const std::string& needle) const { return Count(needle) > 0; }
     void Clear() {
         std::lock_guard<std::mutex> lock(mutex_);
         lines_.clear();
@@ -65,8 +60,6 @@ class ScopedValue {
   public:
     ScopedValue(T& ref, T value) : ref_(ref), saved_(ref) { ref_ = value; }
     ~ScopedValue() { ref_ = saved_; }
-    ScopedValue(const ScopedValue&) = delete;
-    ScopedValue& operator=(const ScopedValue&) = delete;
 
   private:
     T& ref_;

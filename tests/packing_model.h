@@ -4,49 +4,36 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
-#include <cstring>
 
 #include "interface/vai_types.h"
 
 namespace packing_model {
 
-// Tensor channel k of a position: (plane, row offset within the row pair, column offset within the block).
-struct Channel {
-    int plane;
-    int dy;
-    int dx;
-};
-constexpr Channel kChannels[6] = {{0, 0, 0}, {0, 0, 1}, {0, 1, 0}, {0, 1, 1}, {1, 0, 0}, {1, 0, 1}};
+// Tensor channel k of position (r, c) is sample (row, col) of plane kChannels[k][0], with row
+// 2r + kChannels[k][1] in luma (r in chroma) and col 2c + kChannels[k][2].
+constexpr int kChannels[6][3] = {{0, 0, 0}, {0, 0, 1}, {0, 1, 0}, {0, 1, 1}, {1, 0, 0}, {1, 0, 1}};
 
-// Byte offset of sample (row, col) of channel ch's plane, for position (r, c) of the tensor.
-inline ptrdiff_t SampleOffset(const Channel& ch, int r, int c, int stride, int bytesPerSample) {
-    const int row = ch.plane == 0 ? 2 * r + ch.dy : r;
-    const int col = 2 * c + ch.dx;
-    return static_cast<ptrdiff_t>(row) * stride + static_cast<ptrdiff_t>(col) * bytesPerSample;
-}
-
-inline unsigned Get16(const unsigned char* p) {
-    return p[0] | (p[1] << 8);
-}
-inline void Put16(unsigned char* p, unsigned v) {
-    p[0] = static_cast<unsigned char>(v & 0xff);
-    p[1] = static_cast<unsigned char>(v >> 8);
+// Calls fn(sample, tensor byte, plane) for every tensor byte in order; samples are little-endian.
+template <typename Fn>
+void ForEachSample(const vAIPROC::VAI_IMG_& img, int channels, Fn fn) {
+    const int bps = img.btw > 8 ? 2 : 1;
+    int n = 0;
+    for (int r = 0; r < img.height / 2; ++r) {
+        for (int c = 0; c < img.width / 2; ++c) {
+            for (int k = 0; k < channels; ++k, ++n) {
+                const int* ch = kChannels[k];
+                const int row = ch[0] == 0 ? 2 * r + ch[1] : r;
+                fn(static_cast<ptrdiff_t>(row) * img.stride[0] + static_cast<ptrdiff_t>(2 * c + ch[2]) * bps,
+                   n, ch[0]);
+            }
+        }
+    }
 }
 
 // Frame to tensor. 16-bit samples give their high byte; 8-bit ones are copied.
 inline void SpaceToDepth(const vAIPROC::VAI_IMG_& img, unsigned char* t, int channels) {
-    const int bps = img.btw > 8 ? 2 : 1;
-    for (int r = 0; r < img.height / 2; ++r) {
-        for (int c = 0; c < img.width / 2; ++c) {
-            for (int k = 0; k < channels; ++k) {
-                const Channel& ch = kChannels[k];
-                const unsigned char* s =
-                    img.plane_addr[ch.plane] + SampleOffset(ch, r, c, img.stride[0], bps);
-                *t++ = bps == 2 ? s[1] : s[0];
-            }
-        }
-    }
+    const int high = img.btw > 8 ? 1 : 0;
+    ForEachSample(img, channels, [&](ptrdiff_t off, int n, int p) { t[n] = img.plane_addr[p][off + high]; });
 }
 
 // Vector convention: MSB-aligned samples, exact weighted sum saturated to 16 bits.
@@ -67,26 +54,18 @@ inline unsigned MixLsb(unsigned x, unsigned t, unsigned strength, int btw) {
 // vector convention (16-bit only), else the scalar one.
 inline void DepthToSpace(vAIPROC::VAI_IMG_& out, const vAIPROC::VAI_IMG_& in, const unsigned char* t,
                          int channels, const unsigned char* strength, bool msb) {
-    const int bps = out.btw > 8 ? 2 : 1;
-    for (int r = 0; r < out.height / 2; ++r) {
-        for (int c = 0; c < out.width / 2; ++c) {
-            for (int k = 0; k < channels; ++k) {
-                const Channel& ch = kChannels[k];
-                const unsigned s = strength[ch.plane];
-                const ptrdiff_t off = SampleOffset(ch, r, c, out.stride[0], bps);
-                const unsigned char* x = in.plane_addr[ch.plane] + off;
-                unsigned char* o = out.plane_addr[ch.plane] + off;
-                const unsigned tv = *t++;
-                if (bps == 1) {
-                    *o = static_cast<unsigned char>(MixLsb(*x, tv, s, out.btw));
-                } else if (msb) {
-                    Put16(o, MixMsb(Get16(x), tv, s));
-                } else {
-                    Put16(o, MixLsb(Get16(x), tv, s, out.btw));
-                }
-            }
+    ForEachSample(out, channels, [&](ptrdiff_t off, int n, int p) {
+        const unsigned char* x = in.plane_addr[p] + off;
+        unsigned char* o = out.plane_addr[p] + off;
+        if (out.btw <= 8) {
+            *o = static_cast<unsigned char>(MixLsb(*x, t[n], strength[p], out.btw));
+            return;
         }
-    }
+        const unsigned xv = x[0] | x[1] << 8;
+        const unsigned v = msb ? MixMsb(xv, t[n], strength[p]) : MixLsb(xv, t[n], strength[p], out.btw);
+        o[0] = static_cast<unsigned char>(v);
+        o[1] = static_cast<unsigned char>(v >> 8);
+    });
 }
 
 }  // namespace packing_model
