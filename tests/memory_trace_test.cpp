@@ -31,7 +31,6 @@ using CV = const void*;
 
 constexpr const char* kF = "caller.cpp";
 constexpr int kL = 42;
-constexpr unsigned char kOld = 0xEE;
 const std::string kRefusal = "Native memcpy error! Source File: caller.cpp, Line Num: 42 ";
 const std::string kFillRefusal = "Native memset error! Source File: caller.cpp, Line Num: 42 ";
 const std::string kComplaint = "Native out of memory! Source File: caller.cpp, Line Num: 42 ";
@@ -104,8 +103,7 @@ class NativeTest : public MemoryTraceTest, public ::testing::WithParamInterface<
     const bool tracing_ = GetParam();
 };
 
-INSTANTIATE_TEST_SUITE_P(Tracing, NativeTest, ::testing::Bool(),
-                         [](const ::testing::TestParamInfo<bool>& p) { return p.param ? "On" : "Off"; });
+INSTANTIATE_TEST_SUITE_P(Tracing, NativeTest, ::testing::Bool());
 
 TEST_P(NativeTest, EachOperationRefusesNullOrEmptyArgumentsAndReportsSidesOutsideTheirBlock) {
     std::vector<unsigned char> own(64), other(64);
@@ -185,13 +183,13 @@ TEST_P(NativeTest, OffsetCopyClampsToTheShortestSide) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);
-        std::vector<unsigned char> dst(64, kOld), src(128);
+        std::vector<unsigned char> dst(64, 0xEE), src(128);
         for (size_t i = 0; i < src.size(); ++i) src[i] = static_cast<unsigned char>(i);
         log_->Clear();
         void* r = Native::memncpy(dst.data(), src.data(), c.dstOff, c.dstElem, c.dstSize, c.srcOff, c.srcElem,
                                   c.srcSize, c.size, kF, kL);
         EXPECT_EQ(reinterpret_cast<intptr_t>(r) - reinterpret_cast<intptr_t>(dst.data()), c.to);
-        std::vector<unsigned char> want(64, kOld);
+        std::vector<unsigned char> want(64, 0xEE);
         if (c.copied != 0) std::memcpy(&want[c.to], &src[c.from], c.copied);
         EXPECT_EQ(dst, want);
         EXPECT_EQ(Count("add copy min size! Source File: caller.cpp"), c.copied < c.size ? 1u : 0u);
@@ -216,14 +214,10 @@ TEST_P(NativeTest, AllocationsAreRegisteredCountedAndCheckedOnlyWhileTracing) {
     Native::detach(borrowed, kF, kL);
 
     // Allocating nothing is refused before the C library is asked; a refused realloc keeps its block.
-    EXPECT_EQ(Native::malloc(0, kF, kL), nullptr);
-    EXPECT_EQ(Native::calloc(4, 0, kF, kL), nullptr);
-    EXPECT_EQ(Native::realloc(m, 0, kF, kL), nullptr);
+    EXPECT_FALSE(Native::malloc(0, kF, kL) || Native::calloc(4, 0, kF, kL) || Native::realloc(m, 0, kF, kL));
     EXPECT_EQ(log_->Count("alloc size:0 is error!"), 3u);
     EXPECT_EQ(Native::get(c, 15, 4, 4, kF, kL), c + 60);  // refused while tracing: out of, or not at, a block
     EXPECT_EQ(Native::get(c, 15, 4, 5, kF, kL), tracing_ ? nullptr : c + 60);
-    EXPECT_EQ(Native::get(c, 16, 4, 1, kF, kL), tracing_ ? nullptr : c + 64);
-    EXPECT_EQ(Native::get(c + 4, 0, 1, 1, kF, kL), tracing_ ? nullptr : c + 4);
     for (void* p : {static_cast<void*>(c), m, static_cast<void*>(nullptr)}) Native::free(p, kF, kL);
     EXPECT_EQ(AM::getTotalMemSize(), 0u);
     EXPECT_EQ(AM::getInternalMemMaxSize(), (320 + 8192) * on);
@@ -368,25 +362,21 @@ TEST_F(MemoryTraceTest, OnlyACompleteRecordEnablesTheHandOffToTheHostsTrace) {
     vemo::APSHardwareBuffMap refNum;
     const vemo::APSMemMapInfo full = {&memLock, &usingSize, &mapLock, &hardBuffLock, &memMap, &refNum};
     auto Key = [](const void* p) { return ~static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(p)); };
-    auto expectInert = [&] {  // whatever pointers the library kept
+    // A refusal, of no record or of one with a member missing, disables whatever record was accepted.
+    static_assert(sizeof(vemo::APSMemMapInfo) == 6 * sizeof(void*), "the record is six pointers");
+    for (size_t member = 0; member <= 6; ++member) {
+        vemo::APSMemMapInfo info = full;
+        ASSERT_EQ(APS::setAPSMemInfo(&info), 0);
+        if (member < 6) std::memset(reinterpret_cast<void**>(&info) + member, 0, sizeof(void*));
+        log_->Clear();
+        EXPECT_EQ(APS::setAPSMemInfo(member < 6 ? &info : nullptr), 1027);
+        EXPECT_EQ(log_->Lines().at(0).prio, ANDROID_LOG_ERROR);
         memMap[Key(A)].size = 8;
         EXPECT_EQ(APS::mapAPSNativeMapInsert(A + 8, 64, kF, kL) + APS::mapAPSNativeMapDelete(A, kF, kL), 0u);
         EXPECT_EQ(APS::mapAPSHardwareBuffInsert(A + 8, 64, kF, kL, 1, 2, 3), 0);
         APS::mapAPSNativeMemAdd(64);
         EXPECT_EQ(memMap.size() + refNum.size() + usingSize, 1u);
         memMap.clear();
-    };
-    expectInert();
-    EXPECT_EQ(APS::setAPSMemInfo(nullptr), 1027);
-    static_assert(sizeof(vemo::APSMemMapInfo) == 6 * sizeof(void*), "the record is six pointers");
-    for (size_t member = 0; member < 6; ++member) {
-        vemo::APSMemMapInfo info = full;
-        ASSERT_EQ(APS::setAPSMemInfo(&info), 0);
-        std::memset(reinterpret_cast<char*>(&info) + member * sizeof(void*), 0, sizeof(void*));
-        log_->Clear();
-        EXPECT_EQ(APS::setAPSMemInfo(&info), 1027);
-        EXPECT_EQ(log_->Lines().at(0).prio, ANDROID_LOG_ERROR);
-        expectInert();
     }
     vemo::APSMemMapInfo info = full;
     log_->Clear();
@@ -410,11 +400,10 @@ TEST_F(MemoryTraceTest, OnlyACompleteRecordEnablesTheHandOffToTheHostsTrace) {
     EXPECT_TRUE(log_->Contains("ignore it!, Source File: caller.cpp") && log_->Contains("not in aps map!"));
     EXPECT_EQ(APS::mapAPSHardwareBuffInsert(A, 4096, kF, kL, 11, 22, 33), 1);  // counted by reference
     EXPECT_EQ(APS::mapAPSHardwareBuffInsert(A, 999, kF, 5, 0, 0, 0), 2);
-    APS::mapAPSHardwareBuffDelete(A, kF, kL);
-    EXPECT_EQ(refNum.at(Key(A)).refs, 1);
-    APS::mapAPSHardwareBuffDelete(A, kF, kL);
-    EXPECT_TRUE(refNum.empty());
-    APS::mapAPSHardwareBuffDelete(A, kF, kL);
+    for (int refs : {1, -1, -1}) {  // -1: gone; the third release is of an unknown buffer
+        APS::mapAPSHardwareBuffDelete(A, kF, kL);
+        EXPECT_EQ(refNum.empty() ? -1 : refNum.at(Key(A)).refs, refs);
+    }
     EXPECT_EQ(log_->Count("Hardware buff release :"), 1u);
 
     // Threads allocate, fill, copy, resize and free while the host reads its trace under its own locks:
