@@ -1,0 +1,131 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "log_capture.h"
+#include "mtk/vainr_yuv/mtk_vainr_yuv_cfg.h"
+#include "qcom_test_util.h"
+
+namespace {
+
+using MTK_VAINR_YUV_PROC::LoadVAINRCfg_MTK;
+using MTK_VAINR_YUV_PROC::VAINR_CfgPars_;
+using qcom_test::WriteTestFile;
+
+const std::string kHead =
+    R"("LogLevel": 4, "processType": 0, "DumpRangeIdx": 0, "FrontCamNum": 1, "RearCamNum": 3, "SwitchFrameNum": 7)";
+const std::string kCam = R"({"processEnable": 1, "BoostValue4K": 100, "BoostValue1080P": 100, "BinNumber": 8,
+    "NrStrength": [0, 51, 76, 102, 127, 153, 178, 204], "DetailStrength": [153, 140, 127, 114, 102, 89, 76, 63],
+    "ISOBinIndex": [800, 1600, 3200, 6400, 9200, 12800, 19200, 25600]})";
+
+// A configuration file of project "TestProject"; the four cameras hold the built-in defaults.
+std::string Json(const std::string& head = kHead,
+                 const std::vector<std::string>& cams = {kCam, kCam, kCam, kCam}) {
+    std::string list;
+    for (const std::string& c : cams) list += (list.empty() ? "" : ",\n") + c;
+    return "// test file\n{\"TestProject\": {" + head + ",\n\"VideoAIProcPars\": [" + list + "]}}\n";
+}
+
+// `s` with the last `from` replaced by `to`: edits land in the last camera.
+std::string Edit(std::string s, const std::string& from, const std::string& to) {
+    return s.replace(s.rfind(from), from.size(), to);
+}
+
+VAINR_CfgPars_ Defaults() {
+    VAINR_CfgPars_ c;
+    vai::mtk_yuv::SetDefaultCfg(&c);
+    return c;
+}
+
+class MtkCfgTest : public ::testing::Test {
+  protected:
+    bool Load(const std::string& json, const char* project = "TestProject") {
+        cfg_ = Defaults();
+        return LoadVAINRCfg_MTK(WriteTestFile(".json", json).c_str(), project, &cfg_);
+    }
+    ScopedValue<unsigned char> level_{g_log_level, 1};
+    LogCapture log_;
+    VAINR_CfgPars_ cfg_{};
+};
+
+// The sample file spells out the built-in defaults, so either drifting from the other shows here.
+TEST_F(MtkCfgTest, SampleFileHoldsTheDefaults) {
+    cfg_ = Defaults();
+    ASSERT_TRUE(LoadVAINRCfg_MTK(VAI_TEST_SOURCE_DIR "/configs/mtk_vainr_yuv.json", "DemoProject", &cfg_));
+    VAINR_CfgPars_ expected = Defaults();
+    for (uint32_t i = 0; i < 4; ++i) expected.camPars[i].camId = i;  // the fifth is not read
+    EXPECT_EQ(std::memcmp(&cfg_, &expected, sizeof(cfg_)), 0);
+    EXPECT_TRUE(log_.Lines().empty());
+}
+
+TEST_F(MtkCfgTest, ReadsEveryKeyUpToBinNumber) {
+    const std::string cam2 =
+        R"({"processEnable": 0, "BoostValue4K": 44, "BoostValue1080P": 55, "BinNumber": 3,
+        "NrStrength": [1, 2, 3, 99], "DetailStrength": [4, 5, 6], "ISOBinIndex": [10, 20, 30]})";
+    const std::string bins0 = Edit(kCam, "\"BinNumber\": 8", "\"BinNumber\": 0");
+    // Elements past the camera count are not read.
+    ASSERT_TRUE(Load(Json(R"("LogLevel": 3, "processType": 2, "DumpRangeIdx": 120350, "FrontCamNum": 2,
+        "RearCamNum": 1, "SwitchFrameNum": 9)",
+                          {kCam, bins0, cam2, "{}"}),
+                     "TestProject\0junk"));
+    const auto& c = cfg_.camPars[2];
+    const VAINR_CfgPars_ d = Defaults();
+    EXPECT_EQ((std::vector<uint32_t>{cfg_.LogLevel, cfg_.processType, cfg_.DumpRangeIdx, cfg_.FrontCamNum,
+                                     cfg_.RearCamNum, cfg_.SwitchFrameNum, c.camId, c.processEnable,
+                                     c.BoostValue4K, c.BoostValue1080P, c.BinNumber}),
+              (std::vector<uint32_t>{3, 2, 120350, 2, 1, 9, 2, 0, 44, 55, 3}));
+    // Table entries past BinNumber keep the defaults, as does all of camera 3.
+    EXPECT_EQ(
+        (std::vector<uint32_t>{c.NrStrength[2], c.NrStrength[3], c.DetailStrength[2], c.DetailStrength[3],
+                               c.ISOBinIndex[2], c.ISOBinIndex[3], cfg_.camPars[1].BinNumber}),
+        (std::vector<uint32_t>{3, 102, 6, 114, 30, 6400, 0}));
+    EXPECT_EQ(std::memcmp(&cfg_.camPars[3], &d.camPars[3], sizeof(c)), 0);
+    // No cameras at all: nothing per camera is read.
+    ASSERT_TRUE(Load(Edit(Edit(Json(), "\"FrontCamNum\": 1", "\"FrontCamNum\": 0"), "\"RearCamNum\": 3",
+                          "\"RearCamNum\": 0")));
+    EXPECT_EQ(std::memcmp(cfg_.camPars, d.camPars, sizeof(cfg_.camPars)), 0);
+}
+
+TEST_F(MtkCfgTest, RejectsBadFiles) {
+    const struct {
+        std::string json;
+        unsigned log_level;  // keys before the failing one are read (LogLevel comes first)
+    } cases[] = {
+        {Edit(Json(), "\"LogLevel\"", "\"x\""), 1},
+        {Edit(Json(), "\"processType\"", "\"x\""), 4},
+        {Edit(Json(), "\"DumpRangeIdx\"", "\"x\""), 4},
+        {Edit(Json(), "\"FrontCamNum\"", "\"x\""), 4},
+        {Edit(Json(), "\"RearCamNum\"", "\"x\""), 4},
+        {Edit(Json(), "\"SwitchFrameNum\"", "\"x\""), 4},
+        {Edit(Json(), "\"VideoAIProcPars\"", "\"x\""), 4},
+        {Edit(Json(), "\"processEnable\"", "\"x\""), 4},
+        {Edit(Json(), "\"BoostValue4K\"", "\"x\""), 4},
+        {Edit(Json(), "\"BoostValue1080P\"", "\"x\""), 4},
+        {Edit(Json(), "\"BinNumber\"", "\"x\""), 4},
+        {Edit(Json(), "\"NrStrength\"", "\"x\""), 4},
+        {Edit(Json(), "\"DetailStrength\"", "\"x\""), 4},
+        {Edit(Json(), "\"ISOBinIndex\"", "\"x\""), 4},
+        {Edit(Json(), "\"BoostValue1080P\": 100", "\"BoostValue1080P\": -1"), 4},
+        {Edit(Json(), "[800, 1600,", "[800, \"1600\","), 4},
+        {Edit(Json(), "\"BinNumber\": 8", "\"BinNumber\": 17"), 4},
+        {Edit(Json(kHead, {kCam, kCam, kCam, kCam, kCam, kCam}), "\"FrontCamNum\": 1", "\"FrontCamNum\": 3"),
+         4},
+        {Edit(Json(), "\"RearCamNum\": 3", "\"RearCamNum\": 4294967295"),
+         4},                                   // the sum wraps to 0 in 32 bits
+        {Json(kHead, {kCam, kCam, kCam}), 4},  // fewer elements than cameras
+        {Json(kHead, {}), 4},
+        {Edit(Json(), "TestProject", "OtherProject"), 1},
+        {"{\"TestProject\": {}}", 1},
+        {"{ not json", 1},
+    };
+    for (const auto& c : cases) {
+        EXPECT_FALSE(Load(c.json)) << c.json;
+        EXPECT_EQ(cfg_.LogLevel, c.log_level) << c.json;
+    }
+    EXPECT_TRUE(log_.Contains("TestProject project have no \"VideoAIProcPars\" in "));
+    EXPECT_FALSE(LoadVAINRCfg_MTK(nullptr, "p", &cfg_) || LoadVAINRCfg_MTK("x", nullptr, &cfg_) ||
+                 LoadVAINRCfg_MTK("x", "p", nullptr));
+}
+
+}  // namespace
