@@ -3,15 +3,18 @@
 #include <string>
 #include <vector>
 
+#include "algocore/utils/status_code.h"
 #include "log_capture.h"
-#include "mtk/vainr_yuv/mtk_vainr_yuv_cfg.h"
+#include "mtk/vainr_yuv/mtk_vainr_yuv_proc.h"
 #include "qcom_test_util.h"
 
 namespace {
 
 using MTK_VAINR_YUV_PROC::LoadVAINRCfg_MTK;
 using MTK_VAINR_YUV_PROC::VAINR_CfgPars_;
+using pxrt_test::Op;
 using qcom_test::WriteTestFile;
+namespace mtk = MTK_VAINR_YUV_PROC;
 
 const std::string kHead =
     R"("LogLevel": 4, "processType": 0, "DumpRangeIdx": 0, "FrontCamNum": 1, "RearCamNum": 3, "SwitchFrameNum": 7)";
@@ -126,6 +129,83 @@ TEST_F(MtkCfgTest, RejectsBadFiles) {
     EXPECT_TRUE(log_.Contains("TestProject project have no \"VideoAIProcPars\" in "));
     EXPECT_FALSE(LoadVAINRCfg_MTK(nullptr, "p", &cfg_) || LoadVAINRCfg_MTK("x", nullptr, &cfg_) ||
                  LoadVAINRCfg_MTK("x", "p", nullptr));
+}
+
+// ---- instance, sessions and frames ----
+
+// Init parameters with model paths "m<mode>_<type>".
+struct Init {
+    vAIPROC::InitParams_ p{};
+    std::string cfg, models[2][5];
+    explicit Init(const std::string& json, int cam = 0, int mode = 1, bool inline_mode = false)
+        : cfg(WriteTestFile(".json", json)) {
+        std::snprintf(p.project_name, sizeof(p.project_name), "TestProject");
+        for (int m = 0; m < 2; ++m) {
+            for (int t = 0; t < 5; ++t)
+                p.mtk_yuv_model_path[m][t] =
+                    (models[m][t] = "m" + std::to_string(m) + "_" + std::to_string(t)).c_str();
+        }
+        p.cfg_path = cfg.c_str(), p.algo_mode = 9, p.cam_type = cam, p.cam_mode = mode,
+        p.is_inline_mode = inline_mode;
+    }
+};
+
+class MtkTest : public ::testing::Test {
+  protected:
+    void TearDown() override {
+        if (handle_ != nullptr) {
+            EXPECT_EQ(mtk::VAINR_Uninit(handle_), SDK_SUCCESS);
+        }
+        EXPECT_TRUE(qcom_test::TornDown());
+    }
+    mtk::VAINR_Ctx_* Ctx() { return static_cast<mtk::VAINR_Ctx_*>(handle_); }
+    qcom_test::Env env_;
+    LogCapture log_;
+    void* handle_ = nullptr;
+};
+
+TEST_F(MtkTest, InitCopiesPathsAndConfiguration) {
+    Init init(Edit(Edit(Json(), "\"LogLevel\": 4", "\"LogLevel\": 5"), "\"DumpRangeIdx\": 0",
+                   "\"DumpRangeIdx\": 120350"));
+    const std::string long_path(300, 'x');
+    init.p.mtk_yuv_model_path[1][2] = long_path.c_str();
+    init.p.mtk_yuv_model_path[0][4] = nullptr;
+    ASSERT_NE(handle_ = mtk::VAINR_Init(&init.p), nullptr);
+    EXPECT_STREQ(mtk::VAINR_GetVersion(), "MTK_Video_AINR_YUV_v1.0.8");
+    EXPECT_EQ(std::string(Ctx()->model_name[1][2]), long_path.substr(0, 255));
+    EXPECT_EQ(std::string(Ctx()->model_name[0][3]) + Ctx()->model_name[0][4], "m0_3");
+    EXPECT_TRUE(log_.Contains("cam_mode=0, cam_type=4 model path is null"));
+    const DumpPars_& d = Ctx()->dump_pars;
+    EXPECT_EQ(
+        (std::vector<int64_t>{d.dump_enable, d.dump_start, d.dump_end, g_log_level, Ctx()->interp_failed,
+                              Ctx()->cur_cam_type, int64_t(vemo::AlgorithmMemory::mapFind(handle_))}),
+        (std::vector<int64_t>{1, 120, 350, 5, 1, -1, int64_t(sizeof(mtk::VAINR_Ctx_))}));
+    EXPECT_EQ(pxrt_test::CallCount(Op::kCreateInterpreter) + pxrt_test::Calls().size(), 2u);
+    EXPECT_EQ(mtk::VAINR_Uninit(std::exchange(handle_, nullptr)), SDK_SUCCESS);
+    EXPECT_TRUE(log_.Contains("runtime session is nullptr in uninit!") &&
+                log_.Contains("uninit elapsed time is"));
+}
+
+// Each failure returns null and leaves nothing behind: runtime objects, library, traced memory.
+TEST_F(MtkTest, InitFailuresLeaveNothing) {
+    const std::function<void(Init&)> cases[] = {
+        [](Init&) { setenv("VAI_PXRT_LIBRARY", "/nonexistent/libPXRT.so", 1); },
+        [](Init&) { setenv("VAI_PXRT_LIBRARY", VAI_TEST_RUNTIME_INCOMPLETE_PATH, 1); },
+        [](Init&) { pxrt_test::Fail(Op::kCreateInterpreter, 0); },
+        [](Init& i) { i.p.cfg_path = "/nonexistent.json"; },
+    };
+    for (const auto& setup : cases) {
+        pxrt_test::Reset();
+        setenv("VAI_PXRT_LIBRARY", VAI_TEST_RUNTIME_PATH, 1);
+        Init init(Json());
+        setup(init);
+        EXPECT_EQ(mtk::VAINR_Init(&init.p), nullptr);
+        mPXRTCreateInterpreterFunc = nullptr;  // a failed dlsym keeps what it found
+        mPXRTCreateInTensorFunc = mPXRTCreateOutTensorFunc = nullptr;
+        EXPECT_TRUE(qcom_test::TornDown());
+    }
+    EXPECT_EQ(mtk::VAINR_Init(nullptr), nullptr);
+    EXPECT_EQ(mtk::VAINR_Uninit(nullptr), SDK_UNINIT_ERROR);
 }
 
 }  // namespace
