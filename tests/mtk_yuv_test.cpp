@@ -208,4 +208,73 @@ TEST_F(MtkTest, InitFailuresLeaveNothing) {
     EXPECT_EQ(mtk::VAINR_Uninit(nullptr), SDK_UNINIT_ERROR);
 }
 
+// Camera 3 with boosts 40 (4K) and 18 (1080P): which model and boost each session gets.
+TEST_F(MtkTest, SessionChoice) {
+    const std::string json = Edit(Edit(Json(), "\"BoostValue4K\": 100", "\"BoostValue4K\": 40"),
+                                  "\"BoostValue1080P\": 100", "\"BoostValue1080P\": 18");
+    const struct {
+        bool inline_mode;
+        int mode;
+        std::vector<std::pair<std::string, int>> sessions;
+    } cases[] = {
+        {false, 0, {{"m0_3", 40}}},
+        {false, 1, {{"m1_3", 18}}},
+        {true, 0, {{"m1_3", 18}, {"m0_3", 40}}},
+        {true, 1, {{"m1_3", 18}}},
+    };
+    for (const auto& c : cases) {
+        pxrt_test::Reset();
+        Init init(json, 3, c.mode, c.inline_mode);
+        ASSERT_NE(handle_ = mtk::VAINR_Init(&init.p), nullptr);
+        EXPECT_EQ(mtk::VAINR_Model_Init(handle_, &init.p), 3);
+        std::vector<std::pair<std::string, int>> sessions;
+        for (const pxrt_test::Call& cs : pxrt_test::Calls(Op::kCreateSession)) {
+            sessions.emplace_back(cs.model_path, cs.boost);
+            EXPECT_EQ((std::vector<int64_t>{cs.device, cs.flags, cs.mode[0], cs.mode[1], cs.mode[2],
+                                            int64_t(cs.output_names.size()), cs.reserved0, cs.reserved1}),
+                      (std::vector<int64_t>{1, 2048, 2, 0, 1, 0, 0, 0}));
+        }
+        EXPECT_EQ(sessions, c.sessions) << c.inline_mode << c.mode;
+        EXPECT_EQ(Ctx()->m_session[1] != nullptr, c.sessions.size() == 2);
+        EXPECT_EQ(mtk::VAINR_Uninit(std::exchange(handle_, nullptr)), SDK_SUCCESS);
+        EXPECT_TRUE(qcom_test::TornDown());
+    }
+}
+
+// Parameter tensors: one per input from 1 on, the first twice; none for a large second input.
+TEST_F(MtkTest, ParameterTensorsAndFailedSetUp) {
+    Init init(Json(), 2, 0, true);
+    ASSERT_NE(handle_ = mtk::VAINR_Init(&init.p), nullptr);
+    for (int round = 0; round < 2; ++round) {  // a torn-down model stage can be set up again
+        pxrt_test::Reset();
+        pxrt_test::SetLayout("m1_2", {{4000, 16, 8}, {4000}});
+        pxrt_test::SetLayout("m0_2", {{9000, 256}, {9000}});
+        ASSERT_EQ(mtk::VAINR_Model_Init(handle_, &init.p), 2);
+        std::vector<std::vector<int64_t>> made;  // session, bytes, index, one, kind, buffer, fd, zero
+        for (const pxrt_test::Call& c : pxrt_test::Calls(Op::kCreateInputTensor)) {
+            made.push_back({c.session == Ctx()->m_session[0], int64_t(c.bytes), c.tensor_index, c.one, c.kind,
+                            c.buffer != nullptr, c.fd, c.zero});
+        }
+        EXPECT_EQ(made, (std::vector<std::vector<int64_t>>{{1, 16, 1, 1, 10, 0, -1, 0},
+                                                           {1, 8, 2, 1, 10, 0, -1, 0}}));
+        const PXRT::TensorArray& in0 = Ctx()->vai_handle.input_tensors[0];
+        ASSERT_EQ(in0.size(), 3u);
+        EXPECT_TRUE(in0[0] == in0[1] && in0[1] != in0[2] && Ctx()->vai_handle.input_tensors[1].empty());
+        EXPECT_EQ(mtk::VAINR_Model_Uninit(handle_), SDK_SUCCESS);
+        EXPECT_EQ(pxrt_test::LiveObjects().sessions + pxrt_test::LiveObjects().tensors, 0);
+    }
+    // A failed set-up releases what it made and leaves the instance usable.
+    for (const Op op : {Op::kCreateSession, Op::kGetSessionInputNumber, Op::kGetSessionInputSize,
+                        Op::kGetSessionOutputNumber, Op::kGetSessionOutputSize}) {
+        pxrt_test::Reset();
+        pxrt_test::Fail(op, 7, 0, 1);
+        EXPECT_EQ(mtk::VAINR_Model_Init(handle_, &init.p), -1) << pxrt_test::OpName(op);
+        EXPECT_EQ(pxrt_test::LiveObjects().sessions + pxrt_test::LiveObjects().tensors, 0);
+    }
+    init.p.cam_type = 5;
+    EXPECT_EQ(mtk::VAINR_Model_Init(handle_, &init.p), -1);
+    EXPECT_EQ(mtk::VAINR_Model_Init(nullptr, &init.p) + mtk::VAINR_Model_Init(handle_, nullptr), -2);
+    EXPECT_EQ(mtk::VAINR_Model_Uninit(nullptr), SDK_UNINIT_ERROR);
+}
+
 }  // namespace
