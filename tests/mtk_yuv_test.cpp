@@ -277,4 +277,121 @@ TEST_F(MtkTest, ParameterTensorsAndFailedSetUp) {
     EXPECT_EQ(mtk::VAINR_Model_Uninit(nullptr), SDK_UNINIT_ERROR);
 }
 
+class MtkFrameTest : public MtkTest {
+  protected:
+    // Camera 3 disabled; models with an image, a 20-byte strength and a 4-byte zoom input.
+    void Start(bool inline_mode = false, bool models = true) {
+        pxrt_test::SetDefaultLayout({{96, 20, 4}, {96}});
+        Init init(Edit(Json(), "\"processEnable\": 1", "\"processEnable\": 0"), 0, 0, inline_mode);
+        ASSERT_NE(handle_ = mtk::VAINR_Init(&init.p), nullptr);
+        ASSERT_EQ(models ? mtk::VAINR_Model_Init(handle_, &init.p) : 0, 0);
+    }
+    int Process(int cam, float iso = 100, float zoom = 1, const uint32_t* extend = nullptr) {
+        vAIPROC::ProcParams_ p = qcom_test::Params(cam, iso);
+        p.zoom_ratio = zoom, p.extend_pars = const_cast<uint32_t*>(extend);
+        return mtk::VAINR_Process(handle_, out_->img(), in_->img(), &p);
+    }
+    std::unique_ptr<qcom_test::Frame> in_ = qcom_test::MakeFrame(16, 8, 0x12, 0x34, 8);
+    std::unique_ptr<qcom_test::Frame> out_ = qcom_test::MakeFrame(16, 8, 0, 0, 8);
+};
+
+// The bytes the model's strength and zoom inputs hold when Run is called.
+TEST_F(MtkFrameTest, ParameterBytes) {
+    std::vector<uint8_t> seen;
+    pxrt_test::SetRunHook([&](void*, PXRT::TensorArray* in, PXRT::TensorArray*) {
+        const auto* nr = static_cast<const uint8_t*>((*in)[1]->GetData());
+        const auto* zs = static_cast<const uint8_t*>((*in)[2]->GetData());
+        seen.assign(nr, nr + 20);
+        seen.insert(seen.end(), zs, zs + 4);
+        return 0;
+    });
+    Start();
+    const uint32_t ext300 = 300;
+    const struct {
+        int cam;
+        float iso, zoom;
+        const uint32_t* extend;
+        uint8_t nr, zs;
+    } cases[] = {
+        {0, 1000, 1.0f, nullptr, 12, 25},    {0, 500, 1.5f, nullptr, 0, 191},
+        {0, 30000, 2.0f, nullptr, 204, 252}, {1, 799, 0.5f, nullptr, 0, 25},
+        {1, 1600, 1.4f, nullptr, 51, 158},   {1, 25600, 1, nullptr, 204, 25},
+        {4, 1000, 12.0f, nullptr, 12, 252},  {2, 1000, 0.9f, nullptr, 12, 191},
+        {1, 1000, 1.5f, &ext300, 44, 191},
+    };
+    for (const auto& c : cases) {
+        ASSERT_EQ(Process(c.cam, c.iso, c.zoom, c.extend), SDK_SUCCESS);
+        std::vector<uint8_t> expected(16, c.nr);
+        expected.insert(expected.end(), {0, 0, 0, 0, c.zs, c.zs, c.zs, c.zs});
+        EXPECT_EQ(seen, expected) << c.cam << " " << c.iso << " " << c.zoom;
+    }
+}
+
+// The frames reach the runtime as wrappers of the caller's buffers; inline mode picks the 4K
+// session for the two exact 4K sizes only.
+TEST_F(MtkFrameTest, ImageTensors) {
+    Start(true);
+    in_->img()->fd[0] = 21, out_->img()->fd[0] = 22;
+    const struct {
+        int w, h, inline_mode, session;
+    } cases[] = {
+        {4096, 2304, 1, 1}, {3264, 1836, 1, 1}, {4096, 2305, 1, 0}, {4096, 2304, 0, 0}, {16, 8, 1, 0}};
+    for (const auto& c : cases) {
+        pxrt_test::Reset();
+        g_is_inline_mode = static_cast<uint8_t>(c.inline_mode);
+        in_->img()->width = c.w, in_->img()->height = c.h;
+        ASSERT_EQ(Process(0), SDK_SUCCESS);
+        void* session = Ctx()->m_session[c.session];
+        std::vector<std::vector<int64_t>> made;  // bytes, index, one, kind, fd, zero, input
+        for (const pxrt_test::Call& t : pxrt_test::Calls()) {
+            if (t.op != Op::kCreateInputTensor && t.op != Op::kCreateOutputTensor) continue;
+            EXPECT_EQ(t.session, session);
+            EXPECT_EQ(t.buffer, t.op == Op::kCreateInputTensor ? in_->plane(0) : out_->plane(0));
+            made.push_back({int64_t(t.bytes), t.tensor_index, t.one, t.kind, t.fd, t.zero});
+        }
+        EXPECT_EQ(made, (std::vector<std::vector<int64_t>>{{96, 0, 1, 10, 21, 0}, {96, 0, 1, 10, 22, 0}}));
+        EXPECT_EQ(pxrt_test::Calls(Op::kRun).at(0).session, session);
+        EXPECT_EQ(pxrt_test::LiveObjects().tensors, 4);  // the persistent ones only
+    }
+}
+
+// Frames the network cannot take are copied; a failed Run leaves the output to the runtime.
+TEST_F(MtkFrameTest, CopyPathsAndStatuses) {
+    Start(false, false);
+    EXPECT_EQ(Process(0), SDK_SUCCESS);  // no session yet
+    Init init(Json(), 0);
+    ASSERT_EQ(mtk::VAINR_Model_Init(handle_, &init.p), 0);
+    for (int cam : {3, 5, -1}) {
+        out_->Fill(0, 0);
+        EXPECT_EQ(Process(cam), SDK_SUCCESS);
+        EXPECT_TRUE(*out_ == *in_) << cam;
+    }
+    EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 0u);
+    in_->img()->img_num = 2;
+    EXPECT_EQ(Process(3), kImageCountMismatch);
+    pxrt_test::Fail(Op::kRun, 9);
+    out_->Fill(0, 0);
+    EXPECT_EQ(Process(0), SDK_INVALID_MODEL_ERR);
+    EXPECT_TRUE(*out_ == *qcom_test::MakeFrame(16, 8, 0, 0, 8));
+    vAIPROC::ProcParams_ p{};
+    EXPECT_EQ(mtk::VAINR_Process(nullptr, out_->img(), in_->img(), &p), SDK_UNINIT_ERROR);
+    EXPECT_EQ(mtk::VAINR_Process(handle_, nullptr, in_->img(), &p), kNullImage);
+}
+
+TEST_F(MtkFrameTest, Lifecycle) {
+    Start(true);
+    pxrt_test::SetRecording(false);
+    for (int i = 0; i < 1000; ++i) {
+        if (i == 500) {
+            Init init(Json(), 1, 1);
+            ASSERT_EQ(mtk::VAINR_Model_Uninit(handle_), SDK_SUCCESS);
+            ASSERT_EQ(mtk::VAINR_Model_Init(handle_, &init.p), 1);
+        }
+        ASSERT_EQ(Process(i % 5, float(i * 37 % 30000), 0.5f + float(i % 40) / 10), SDK_SUCCESS);
+    }
+    EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 800u);
+    EXPECT_EQ(mtk::VAINR_Model_Uninit(handle_), SDK_SUCCESS);
+    EXPECT_EQ(mtk::VAINR_Uninit(std::exchange(handle_, nullptr)), SDK_SUCCESS);
+}
+
 }  // namespace
