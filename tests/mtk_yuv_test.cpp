@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "algocore/utils/status_code.h"
+#include "interface/VideoAIProc.h"
 #include "log_capture.h"
 #include "mtk/vainr_yuv/mtk_vainr_yuv_proc.h"
 #include "qcom_test_util.h"
@@ -144,7 +145,7 @@ class MtkTest : public ::testing::Test {
     }
     int ModelInit(const std::string& json, int cam) {
         Init init(json, cam);
-        return mtk::VAINR_Model_Init(handle_, &init.p);
+        return Video_AI_Model_Init(handle_, &init.p);
     }
     mtk::VAINR_Ctx_* Ctx() { return static_cast<mtk::VAINR_Ctx_*>(handle_); }
     qcom_test::Env env_;
@@ -250,17 +251,20 @@ TEST_F(MtkTest, ParameterTensorsAndFailedSetUp) {
 class MtkFrameTest : public MtkTest {
   protected:
     // Camera 3 disabled; models with an image, a 20-byte strength and a 4-byte zoom input.
+    // Through the entry points, in mode 9.
     void Start(bool inline_mode = false, bool models = true) {
         pxrt_test::SetDefaultLayout({{96, 20, 4}, {96}});
         Init init(Edit(Json(), "\"processEnable\": 1", "\"processEnable\": 0"), 0, 0, inline_mode);
-        ASSERT_NE(handle_ = mtk::VAINR_Init(&init.p), nullptr);
-        ASSERT_EQ(models ? mtk::VAINR_Model_Init(handle_, &init.p) : 0, 0);
+        init.p.algo_mode = 9;
+        ASSERT_NE(handle_ = Video_AI_Proc_Init(&init.p), nullptr);
+        ASSERT_EQ(models ? Video_AI_Model_Init(handle_, &init.p) : 0, 0);
     }
     int Process(int cam, float iso = 100, float zoom = 1, uint32_t* extend = nullptr) {
         vAIPROC::ProcParams_ p = qcom_test::Params(cam, iso);
         p.zoom_ratio = zoom, p.extend_pars = extend;
-        return mtk::VAINR_Process(handle_, out_->img(), in_->img(), &p);
+        return Video_AI_Proc_Process(handle_, out_->img(), in_->img(), &p);
     }
+    ScopedValue<int32_t> mode_{g_algo_mode, 0};
     std::unique_ptr<qcom_test::Frame> in_ = qcom_test::MakeFrame(16, 8, 0x12, 0x34, 8);
     std::unique_ptr<qcom_test::Frame> out_ = qcom_test::MakeFrame(16, 8, 0, 0, 8);
 };
@@ -342,9 +346,10 @@ TEST_F(MtkFrameTest, Lifecycle) {
         ASSERT_EQ(Process(i % 5, float(i * 37 % 30000), 0.5f + float(i % 40) / 10), SDK_SUCCESS);
     }
     EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 800u);  // camera 3 is copied
-    EXPECT_EQ(mtk::VAINR_Model_Uninit(handle_), SDK_SUCCESS);
+    EXPECT_EQ(Video_AI_Model_Uninit(handle_), SDK_SUCCESS);
     ASSERT_EQ(ModelInit(Json(), 1), 1);
-    Stop();
+    EXPECT_STREQ(Video_AI_Proc_GetVersion(9), "MTK_Video_AINR_YUV_v1.0.8");
+    EXPECT_EQ(Video_AI_Proc_Uninit(std::exchange(handle_, nullptr)), SDK_SUCCESS);
 }
 
 }  // namespace
