@@ -147,10 +147,6 @@ class MtkTest : public ::testing::Test {
         EXPECT_EQ(mtk::VAINR_Uninit(std::exchange(handle_, nullptr)), SDK_SUCCESS);
         EXPECT_TRUE(qcom_test::TornDown());
     }
-    int ModelInit(const std::string& json, int cam) {
-        Init init(json, cam);
-        return Video_AI_Model_Init(handle_, &init.p);
-    }
     mtk::VAINR_Ctx_* Ctx() { return static_cast<mtk::VAINR_Ctx_*>(handle_); }
     qcom_test::Env env_;
     LogCapture log_;
@@ -180,6 +176,7 @@ TEST_F(MtkTest, InitAndItsFailures) {
              [](Init&) { setenv("VAI_PXRT_LIBRARY", VAI_TEST_RUNTIME_INCOMPLETE_PATH, 1); },
              [](Init&) { pxrt_test::Fail(Op::kCreateInterpreter, 0); },
              [](Init& i) { i.p.cfg_path = "/nonexistent.json"; }}) {
+        pxrt_test::Reset();
         setenv("VAI_PXRT_LIBRARY", VAI_TEST_RUNTIME_PATH, 1);
         fail(init);
         EXPECT_EQ(mtk::VAINR_Init(&init.p), nullptr);
@@ -251,12 +248,12 @@ class MtkFrameTest : public MtkTest {
   protected:
     // Through the entry points, in mode 9. Camera 3 disabled; models with an image, a 20-byte strength
     // and a 4-byte zoom input.
-    void Start(bool inline_mode = false, bool models = true) {
+    void Start(bool inline_mode = false) {
         pxrt_test::SetDefaultLayout({{96, 20, 4}, {96}});
         Init init(Set(Json(), "processEnable", "0"), 0, 0, inline_mode);
         init.p.algo_mode = 9;
         ASSERT_NE(handle_ = Video_AI_Proc_Init(&init.p), nullptr);
-        ASSERT_EQ(models ? Video_AI_Model_Init(handle_, &init.p) : 0, 0);
+        ASSERT_EQ(Video_AI_Model_Init(handle_, &init.p), 0);
     }
     int Process(int cam, float iso = 100, float zoom = 1, uint32_t* extend = nullptr) {
         vAIPROC::ProcParams_ p = qcom_test::Params(cam, iso);
@@ -313,19 +310,17 @@ TEST_F(MtkFrameTest, ImageTensors) {
 
 // Frames the network cannot take are copied; a failed Run leaves the output to the runtime.
 TEST_F(MtkFrameTest, CopyPathsAndStatuses) {
-    Start(false, false);
-    EXPECT_EQ(Process(0), SDK_SUCCESS);  // no session yet
-    ASSERT_EQ(ModelInit(Json(), 0), 0);
-    for (int cam : {3, 5, -1}) {
+    Start();
+    pxrt_test::Fail(Op::kRun, 9);
+    EXPECT_EQ(Process(0), SDK_INVALID_MODEL_ERR);
+    EXPECT_TRUE(*out_ == *qcom_test::MakeFrame(16, 8, 0, 0, 8));
+    for (int cam : {3, 5, -1, 0}) {  // disabled, outside the record, then without a session
+        EXPECT_EQ(cam == 0 ? Video_AI_Model_Uninit(handle_) : SDK_SUCCESS, SDK_SUCCESS);
         out_->Fill(0, 0);
         EXPECT_EQ(Process(cam), SDK_SUCCESS);
         EXPECT_TRUE(*out_ == *in_) << cam;
     }
-    EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 0u);
-    pxrt_test::Fail(Op::kRun, 9);
-    out_->Fill(0, 0);
-    EXPECT_EQ(Process(0), SDK_INVALID_MODEL_ERR);
-    EXPECT_TRUE(*out_ == *qcom_test::MakeFrame(16, 8, 0, 0, 8));
+    EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 1u);
     EXPECT_EQ(mtk::VAINR_Process(nullptr, out_->img(), in_->img(), nullptr), SDK_UNINIT_ERROR);
 }
 
@@ -337,7 +332,8 @@ TEST_F(MtkFrameTest, Lifecycle) {
     }
     EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 800u);  // camera 3 is copied
     EXPECT_EQ(Video_AI_Model_Uninit(handle_), SDK_SUCCESS);
-    ASSERT_EQ(ModelInit(Json(), 1), 1);
+    Init init(Json(), 1);
+    ASSERT_EQ(Video_AI_Model_Init(handle_, &init.p), 1);
     EXPECT_STREQ(Video_AI_Proc_GetVersion(9), "MTK_Video_AINR_YUV_v1.0.8");
     EXPECT_EQ(Video_AI_Proc_Uninit(std::exchange(handle_, nullptr)), SDK_SUCCESS);
 }
