@@ -4,6 +4,7 @@
 #include "algocore/utils/image_copy.h"
 #include "algocore/utils/status_code.h"
 #include "algocore/utils/vai_log.h"
+#include "mtk/vainr_yuv/mtk_vainr_yuv_proc.h"
 #include "qcom/vainr_yuv/qcom_vainr_yuv_proc_sat.h"
 
 using vAIPROC::InitParams_;
@@ -46,6 +47,9 @@ constexpr Backend kBackends[] = {
     // Models are loaded at init and switched in the background: no model stage.
     {vAIPROC::VAI_ALGO_MODE_QCOM_YUV, QCOM_VAINR_YUV_PROC::VAINR_GetVersion, QCOM_VAINR_YUV_PROC::VAINR_Init,
      nullptr, QCOM_VAINR_YUV_PROC::VAINR_Process, nullptr, QCOM_VAINR_YUV_PROC::VAINR_Uninit},
+    {vAIPROC::VAI_ALGO_MODE_MTK_YUV, MTK_VAINR_YUV_PROC::VAINR_GetVersion, MTK_VAINR_YUV_PROC::VAINR_Init,
+     MTK_VAINR_YUV_PROC::VAINR_Model_Init, MTK_VAINR_YUV_PROC::VAINR_Process,
+     MTK_VAINR_YUV_PROC::VAINR_Model_Uninit, MTK_VAINR_YUV_PROC::VAINR_Uninit},
 };
 
 }  // namespace

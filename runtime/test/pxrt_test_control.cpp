@@ -97,18 +97,21 @@ bool ReadModelFile(const std::string& path, SessionLayout* layout, bool* copy) {
 
 class TestTensor : public PXRT::ITensor {
   public:
-    TestTensor(const TensorInfo& info) : info_(info), data_(info.bytes) {}
+    // A tensor over a caller's buffer uses it, as the real runtime does; others own their bytes.
+    TestTensor(const TensorInfo& info, void* buffer)
+        : info_(info), buffer_(buffer), data_(buffer != nullptr ? 0 : info.bytes) {}
     ~TestTensor() override {
         State& s = S();
         std::lock_guard<std::mutex> g(s.lock);
         s.tensors.erase(this);
     }
     int Reserved0() override { return -1; }
-    void* GetData() override { return data_.data(); }
+    void* GetData() override { return buffer_ != nullptr ? buffer_ : data_.data(); }
     const TensorInfo& info() const { return info_; }
 
   private:
     TensorInfo info_;
+    void* buffer_;
     std::vector<unsigned char> data_;
 };
 
@@ -482,7 +485,7 @@ PXRT::ITensor* CreateTensor(bool input, void* session, size_t bytes, int32_t ind
         info.index = index;
         info.kind = kind;
         info.session = session;
-        created = new TestTensor(info);
+        created = new TestTensor(info, buffer);
         s.tensors.insert(created);
         c.tensor = created;
     }

@@ -1,0 +1,50 @@
+// Tuning of the MediaTek YUV back-end, read from the JSON file named by InitParams_::cfg_path.
+#pragma once
+
+#include <cstdint>
+
+#include "interface/vai_export.h"
+
+namespace MTK_VAINR_YUV_PROC {
+
+// Per camera type.
+struct VAINR_CamPars_ {
+    uint32_t camId;
+    uint32_t processEnable;  // 0: frames of this camera type are copied unchanged
+    uint32_t BinNumber;      // ISO bins used from the three tables
+    uint32_t BoostValue4K;   // session options of the 4K model
+    uint32_t BoostValue1080P;
+    uint32_t NrStrength[16];
+    uint32_t DetailStrength[16];  // kept for the tuning tools; the model does not take it
+    uint32_t ISOBinIndex[16];     // upper ISO bound of each bin, ascending
+};
+
+struct VAINR_CfgPars_ {
+    uint32_t processType;  // required in the file, not consulted
+    uint32_t LogLevel;
+    uint32_t RearCamNum;
+    uint32_t FrontCamNum;
+    uint32_t SwitchFrameNum;  // required in the file, not consulted
+    uint32_t DumpRangeIdx;    // 0: no dumps; else first request * 1000 + end request
+    VAINR_CamPars_ camPars[5];
+};
+
+// Reads the project object named `project` (at most 16 characters, need not be NUL-terminated) into
+// `pars` over its current contents. False on any missing or mistyped key, on more cameras than the
+// record or the file's array holds, and on a BinNumber above 16.
+VAI_EXPORT bool LoadVAINRCfg_MTK(const char* cfgFile, const char* project, VAINR_CfgPars_* pars);
+
+}  // namespace MTK_VAINR_YUV_PROC
+
+namespace vai {
+namespace mtk_yuv {
+
+constexpr int kMaxCams = 5;
+constexpr int kMaxBins = 16;
+constexpr int kProjectNameMax = 16;
+
+// The built-in defaults, for all five cameras.
+void SetDefaultCfg(MTK_VAINR_YUV_PROC::VAINR_CfgPars_* cfg);
+
+}  // namespace mtk_yuv
+}  // namespace vai

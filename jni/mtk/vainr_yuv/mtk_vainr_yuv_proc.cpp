@@ -1,0 +1,479 @@
+#include "mtk/vainr_yuv/mtk_vainr_yuv_proc.h"
+
+#include <cinttypes>
+#include <cstdio>
+#include <new>
+
+#include "algocore/memory/ALGOGalloc.h"
+#include "algocore/memory/ALGONativeGalloc.h"
+#include "algocore/utils/image_copy.h"
+#include "algocore/utils/status_code.h"
+#include "algocore/utils/timing.h"
+#include "algocore/utils/vai_log.h"
+#include "interface/process_args.h"
+#include "interface/pxrt_binding.h"
+
+using vAIPROC::InitParams_;
+using vAIPROC::ProcParams_;
+using vAIPROC::VAI_IMG_;
+
+using MTK_VAINR_YUV_PROC::VAINR_CamPars_;
+using MTK_VAINR_YUV_PROC::VAINR_CfgPars_;
+using MTK_VAINR_YUV_PROC::VAINR_Ctx_;
+
+namespace vai {
+namespace mtk_yuv {
+namespace {
+
+constexpr char kVersion[] = "MTK_Video_AINR_YUV_v1.0.8";
+constexpr int kDevice = 1;
+constexpr int kSessionFlags = 2048;
+constexpr int32_t kTensorKind = 10;
+constexpr size_t kMaxTensors = 4;       // room in VAI_HANDLE_'s byte-size tables
+constexpr size_t kMaxParamBytes = 255;  // a larger second input is not a parameter input
+constexpr size_t kStrengthBytes = 16;
+// Labels this file's entries in the memory tracer's reports. The names and lines are the ones the
+// tracer's report readers already know for this back-end, so they stay fixed across edits.
+constexpr char kSrcName[] = "mtk_vainr_yuv_proc";
+constexpr int kTraceLineInstance = 154;
+constexpr int kTraceLineRelease = 609;
+constexpr int kTraceLineStrengthFill = 520;
+constexpr int kTraceLineZoomFill = 524;
+// Inline 4K recording runs the 4K model only on frames of exactly these sizes.
+constexpr struct { int32_t width, height; } k4KSizes[] = {{3264, 1836}, {4096, 2304}};
+
+bool CamInRecord(int32_t cam) {
+    return cam >= 0 && cam < kMaxCams;
+}
+
+// Releases the sessions and every tensor; the tensor arrays are left empty for the next set-up.
+void ReleaseModels(VAINR_Ctx_* ctx) {
+    VAI_HANDLE_& h = ctx->vai_handle;
+    for (void*& session : ctx->m_session) {
+        if (session != nullptr) {
+            h.interpreter->ReleaseSession(session);
+            session = nullptr;
+        } else {
+            VAI_LOGW("runtime session is nullptr in VAINR_Model_Uninit!");
+        }
+    }
+    for (PXRT::TensorArray* a :
+         {&h.input_tensors[0], &h.output_tensors[0], &h.input_tensors[1], &h.output_tensors[1]}) {
+        a->clear();
+    }
+}
+
+// Session `s` from `model` with `boost`; a zero result with no session counts as failure.
+bool CreateSession(VAINR_Ctx_* ctx, int s, const char* model, uint32_t boost, const char* logged_model) {
+    const PXRT::SessionOptions options{{}, {2, 0, 1}, static_cast<int32_t>(boost), 0, 0};
+    const int ret = ctx->vai_handle.interpreter->CreateSession(model, kDevice, &ctx->m_session[s], &options,
+                                                               kSessionFlags);
+    VAI_LOGV(s == 0 ? "BoostValue for m_session[0] is %d" : "BoostValue for m_session[1] is %d",
+             options.boost);
+    if (ret != 0 || ctx->m_session[s] == nullptr) {
+        VAI_LOGE("CreateSession failed, return value:%d, session addr:%p, model path:%s", ret,
+                 ctx->m_session[s], logged_model);
+        return false;
+    }
+    return true;
+}
+
+// Persistent parameter tensors of session `s`, inputs 1.. of the model: [t1, t1, t2, ...], element 0
+// holding the place of the image tensor each frame puts there. Only for models whose second input is
+// small enough to be a parameter.
+void CreateParamTensors(VAINR_Ctx_* ctx, int s) {
+    VAI_HANDLE_& h = ctx->vai_handle;
+    PXRT::TensorArray& a = h.input_tensors[s];
+    if (!a.empty() || h.mInputTensorByteSize[s][1] > kMaxParamBytes || h.m_in_num[s] < 2) return;
+    for (size_t i = 1; i < h.m_in_num[s]; ++i) {
+        std::shared_ptr<PXRT::ITensor> t(
+            mPXRTCreateInTensorFunc(ctx->m_session[s], h.mInputTensorByteSize[s][i], static_cast<int32_t>(i),
+                                    1, kTensorKind, nullptr, -1, 0));
+        if (i == 1) a.push_back(t);
+        a.push_back(std::move(t));
+    }
+}
+
+// Session 0, with every runtime result checked.
+bool SetUpMainSession(VAINR_Ctx_* ctx, const char* model, uint32_t boost, const char* logged_model) {
+    VAI_HANDLE_& h = ctx->vai_handle;
+    PXRT::Interpreter* interp = h.interpreter.get();
+    if (!CreateSession(ctx, 0, model, boost, logged_model)) return false;
+    void* session = ctx->m_session[0];
+    int ret = interp->GetSessionInputNumber(session, &h.m_in_num[0]);
+    if (ret != 0) {
+        VAI_LOGE("GetSessionInputNumber failed, return value:%d", ret);
+        return false;
+    }
+    if (h.m_in_num[0] > kMaxTensors) {
+        VAI_LOGE("GetSessionInputNumber reported %zu inputs, more than %zu!", h.m_in_num[0], kMaxTensors);
+        return false;
+    }
+    for (size_t i = 0; i < h.m_in_num[0]; ++i) {
+        ret = interp->GetSessionInputSize(session, i, &h.mInputTensorByteSize[0][i]);
+        if (ret != 0) {
+            VAI_LOGE("GetSessionInputSize failed, return value:%d", ret);
+            return false;
+        }
+        VAI_LOGV("mInputTensorByteSize[0][%d] %zu", static_cast<int>(i), h.mInputTensorByteSize[0][i]);
+    }
+    CreateParamTensors(ctx, 0);
+    ret = interp->GetSessionOutputNumber(session, &h.m_out_num[0]);
+    if (ret != 0) {
+        VAI_LOGE("GetSessionOutputNumber failed, return value:%d", ret);
+        return false;
+    }
+    ret = interp->GetSessionOutputSize(session, 0, &h.mOutputTensorByteSize[0][0]);
+    if (ret != 0) {
+        VAI_LOGE("GetSessionOutputSize failed, return value:%d", ret);
+        return false;
+    }
+    VAI_LOGV("mOutputTensorByteSize[0] %zu", h.mOutputTensorByteSize[0][0]);
+    return true;
+}
+
+// Session 1 of inline 4K recording. Its failures are not fatal: frames that would use it are copied.
+void SetUpInlineSession(VAINR_Ctx_* ctx, const char* model, uint32_t boost) {
+    VAI_HANDLE_& h = ctx->vai_handle;
+    PXRT::Interpreter* interp = h.interpreter.get();
+    if (!CreateSession(ctx, 1, model, boost, model)) return;
+    void* session = ctx->m_session[1];
+    size_t count = 0;
+    interp->GetSessionInputNumber(session, &count);
+    h.m_in_num[1] = count <= kMaxTensors ? count : kMaxTensors;
+    for (size_t i = 0; i < h.m_in_num[1]; ++i) {
+        interp->GetSessionInputSize(session, i, &h.mInputTensorByteSize[1][i]);
+        VAI_LOGV("mInputTensorByteSize[1][%d] %zu", static_cast<int>(i), h.mInputTensorByteSize[1][i]);
+    }
+    CreateParamTensors(ctx, 1);
+    interp->GetSessionOutputSize(session, 0, &h.mOutputTensorByteSize[1][0]);
+    VAI_LOGV("mOutputTensorByteSize[1] %zu", h.mOutputTensorByteSize[1][0]);
+}
+
+// Truncation toward zero of an ISO difference; out-of-range values (unsorted tables, absurd ISOs)
+// wrap instead of being undefined.
+uint32_t TruncWeight(float v) {
+    if (!(v == v)) return 0;
+    if (v >= 9.2e18f) return UINT32_MAX;
+    if (v <= -9.2e18f) return 0;
+    return static_cast<uint32_t>(static_cast<int64_t>(v));
+}
+
+// Fills `bytes` of tensor `i` of the working inputs, when the model has such a parameter tensor.
+void FillParam(const PXRT::TensorArray& inputs, size_t i, uint8_t value, size_t bytes, int line) {
+    if (i >= inputs.size() || !inputs[i]) return;
+    vemo::Native::memset(inputs[i]->GetData(), value, bytes, kSrcName, line);
+}
+
+// Puts the frame's tensor into element 0 of a working tensor array.
+void PlaceImage(PXRT::TensorArray& a, std::shared_ptr<PXRT::ITensor> t) {
+    if (a.empty()) {
+        a.push_back(std::move(t));
+    } else {
+        a[0] = std::move(t);
+    }
+}
+
+void Dump(VAINR_Ctx_* ctx, const VAI_IMG_* img, const char* tag_format, int32_t cam) {
+    char tag[256];
+    std::snprintf(tag, sizeof(tag), tag_format, cam);
+    // NV21: the chroma plane follows the luma plane in the caller's buffer.
+    DumpFile(img->plane_addr[0], static_cast<unsigned>(img->width), static_cast<unsigned>(img->height),
+             static_cast<uint32_t>(img->plane_size[0] * 3u / 2u), tag, "nv21", img->req_id, &ctx->dump_pars);
+}
+
+long ElapsedUs(timespec from, timespec to) {
+    return static_cast<long>(util_get_timestamp_diff_us(from, to));
+}
+
+}  // namespace
+
+uint8_t NrStrength(const VAINR_CamPars_& c, float iso) {
+    uint32_t b = c.BinNumber == 0 ? 1 : c.BinNumber;
+    if (b > static_cast<uint32_t>(kMaxBins)) b = kMaxBins;
+    const uint32_t* bin = c.ISOBinIndex;
+    const uint32_t* s = c.NrStrength;
+    if (iso < static_cast<float>(bin[0])) return static_cast<uint8_t>(s[0]);
+    if (iso >= static_cast<float>(bin[b - 1])) return static_cast<uint8_t>(s[b - 1]);
+    for (uint32_t i = 0; i + 1 < b; ++i) {
+        if (iso < static_cast<float>(bin[i + 1])) {
+            const uint32_t d = bin[i + 1] - bin[i];
+            if (d == 0) return 0;
+            const uint32_t w_lo = TruncWeight(static_cast<float>(bin[i + 1]) - iso);
+            const uint32_t w_hi = TruncWeight(iso - static_cast<float>(bin[i]));
+            return static_cast<uint8_t>((s[i] * w_lo + s[i + 1] * w_hi) / d);
+        }
+    }
+    return 0;
+}
+
+uint8_t ZoomScalar(int32_t cam, float base_zoom) {
+    float r = base_zoom;
+    if (cam == 4) {
+        r = base_zoom / 6.0f;
+    } else if (cam == 3) {
+        r = base_zoom / 3.0f;
+    } else if (cam == 2) {
+        r = base_zoom / 0.6f;
+    }
+    const auto v = static_cast<float>(static_cast<double>(r) * 1.3048 - 1.2049);
+    int32_t zs = 0;
+    if (v < 0.099f) {
+        zs = 25;
+    } else if (v > 0.99f) {
+        zs = -4;  // byte 252: the model was trained with this value for large ratios
+    } else {
+        zs = static_cast<int32_t>(v * 255.0f);
+    }
+    VAI_LOGI("base_zoom_ratio is %f, sensor_zoom_ratio is %f, zoom_ratio_scalar is %d", base_zoom, r, zs);
+    return static_cast<uint8_t>(zs);
+}
+
+}  // namespace mtk_yuv
+}  // namespace vai
+
+namespace MTK_VAINR_YUV_PROC {
+
+using namespace vai::mtk_yuv;
+
+const char* VAINR_GetVersion() {
+    VAI_LOGV("vAINR version is: %s", kVersion);
+    return kVersion;
+}
+
+void* VAINR_Init(const InitParams_* init_pars) {
+    if (init_pars == nullptr) {
+        VAI_LOGE("Input init pars is nullptr in initial function!");
+        return nullptr;
+    }
+    VAI_LOGV("VAINR_Init start!");
+    const timespec t0 = util_get_timestamp();
+    if (!vai::PxrtLoad()) return nullptr;
+
+    auto* ctx = new (std::nothrow) VAINR_Ctx_();
+    if (ctx == nullptr) {
+        VAI_LOGE("VAINR_Ctx_ allocation failed in initial function!");
+        vai::PxrtUnload();
+        return nullptr;
+    }
+    SetDefaultCfg(&ctx->cfg);
+    vemo::Native::create(ctx, sizeof(*ctx), kSrcName, kTraceLineInstance);
+    ctx->vai_handle.interpreter.reset(mPXRTCreateInterpreterFunc());
+    if (!ctx->vai_handle.interpreter) {
+        VAI_LOGE("interpreter == nullptr");
+        VAINR_Uninit(ctx);
+        return nullptr;
+    }
+    for (int mode = 0; mode < 2; ++mode) {
+        for (int cam = 0; cam < kMaxCams; ++cam) {
+            const char* path = init_pars->mtk_yuv_model_path[mode][cam];
+            if (path != nullptr) {
+                std::snprintf(ctx->model_name[mode][cam], sizeof(ctx->model_name[mode][cam]), "%s", path);
+            } else {
+                VAI_LOGE("cam_mode=%d, cam_type=%d model path is null", mode, cam);
+            }
+        }
+    }
+    if (!LoadVAINRCfg_MTK(init_pars->cfg_path, init_pars->project_name, &ctx->cfg)) {
+        VAI_LOGE("Cfg parse failed in MTK_VAINR_YUV_PROC!");
+        VAINR_Uninit(ctx);
+        return nullptr;
+    }
+    const uint32_t dump_idx = ctx->cfg.DumpRangeIdx;
+    ctx->dump_pars.dump_enable = dump_idx != 0;
+    ctx->dump_pars.dump_start = dump_idx / 1000;
+    ctx->dump_pars.dump_end = dump_idx % 1000;
+    g_log_level = static_cast<unsigned char>(ctx->cfg.LogLevel);
+    VAI_LOGV("init elapsed time is %ldus", ElapsedUs(t0, util_get_timestamp()));
+    return ctx;
+}
+
+int VAINR_Uninit(void* handle) {
+    if (handle == nullptr) {
+        VAI_LOGE("Input handle is nullptr in uninit!");
+        return SDK_UNINIT_ERROR;
+    }
+    VAI_LOGV("VAINR_Uninit start!");
+    const timespec t0 = util_get_timestamp();
+    auto* ctx = static_cast<VAINR_Ctx_*>(handle);
+    VAI_HANDLE_& h = ctx->vai_handle;
+    for (PXRT::TensorArray* a :
+         {&h.input_tensors[0], &h.output_tensors[0], &h.input_tensors[1], &h.output_tensors[1]}) {
+        for (auto& t : *a) t.reset();
+    }
+    if (h.interpreter) {
+        if (ctx->m_session[0] != nullptr) {
+            h.interpreter->ReleaseSession(ctx->m_session[0]);
+            ctx->m_session[0] = nullptr;
+        }
+        if (ctx->m_session[1] != nullptr) {
+            h.interpreter->ReleaseSession(ctx->m_session[1]);
+            ctx->m_session[1] = nullptr;
+        } else {
+            VAI_LOGW("runtime session is nullptr in uninit!");
+        }
+        h.interpreter.reset();
+    } else {
+        VAI_LOGE("interpreter is nullptr in uninit!");
+    }
+    vemo::AlgorithmMemory::nativeMemDec(vemo::AlgorithmMemory::mapDelete(ctx, kSrcName, kTraceLineRelease));
+    delete ctx;
+    // After the runtime's objects are gone: unlike the Qualcomm back-end, nothing runs its code later.
+    vai::PxrtUnload();
+    VAI_LOGV("uninit elapsed time is %ldus", ElapsedUs(t0, util_get_timestamp()));
+    return SDK_SUCCESS;
+}
+
+int VAINR_Model_Init(void* handle, const InitParams_* init_pars) {
+    if (handle == nullptr || init_pars == nullptr) {
+        VAI_LOGE("Input handle or init_pars is nullptr in VAINR_Model_Init!");
+        return -1;
+    }
+    VAI_LOGV("VAINR_Model_Init start!");
+    const timespec t0 = util_get_timestamp();
+    auto* ctx = static_cast<VAINR_Ctx_*>(handle);
+    const int32_t cam = init_pars->cam_type;
+    const int32_t mode = init_pars->cam_mode;
+    // Both index the model names and the camera table: refused rather than read past them.
+    if (!CamInRecord(cam) || (mode != 0 && mode != 1)) {
+        VAI_LOGE("cam_type(%d) or cam_mode(%d) is out of range in VAINR_Model_Init!", cam, mode);
+        return -1;
+    }
+    ctx->cur_cam_type = cam;
+    g_is_inline_mode = init_pars->is_inline_mode;
+    VAI_HANDLE_& h = ctx->vai_handle;
+    if (!h.interpreter) {
+        VAI_LOGE("interpreter == nullptr in VAINR_Model_Init, need recreate!");
+        h.interpreter.reset(mPXRTCreateInterpreterFunc != nullptr ? mPXRTCreateInterpreterFunc() : nullptr);
+        if (!h.interpreter) {
+            VAI_LOGE("interpreter == nullptr");
+            ctx->interp_failed = 1;
+            return -1;
+        }
+    }
+    VAI_LOGD("cam_type:%d, cam_mode:%d, model_name:%s, m_session:%p, is_inline_mode:%d", cam, mode,
+             ctx->model_name[mode][cam], ctx->m_session[0], g_is_inline_mode);
+
+    const VAINR_CamPars_& c = ctx->cfg.camPars[cam];
+    // Inline recording runs the 1080P model and adds the 4K one in 4K mode.
+    const bool main_4k = mode == 0 && g_is_inline_mode == 0;
+    if (!SetUpMainSession(ctx, ctx->model_name[main_4k ? 0 : 1][cam],
+                          main_4k ? c.BoostValue4K : c.BoostValue1080P, ctx->model_name[mode][cam])) {
+        ReleaseModels(ctx);
+        return -1;
+    }
+    if (mode == 0 && g_is_inline_mode != 0) SetUpInlineSession(ctx, ctx->model_name[0][cam], c.BoostValue4K);
+    VAI_LOGV("model_init elapsed time is %ldus", ElapsedUs(t0, util_get_timestamp()));
+    return cam;
+}
+
+int VAINR_Model_Uninit(void* handle) {
+    if (handle == nullptr) {
+        VAI_LOGE("Input handle is nullptr in VAINR_Model_Uninit!");
+        return SDK_UNINIT_ERROR;
+    }
+    VAI_LOGV("VAINR_Model_Uninit start!");
+    const timespec t0 = util_get_timestamp();
+    auto* ctx = static_cast<VAINR_Ctx_*>(handle);
+    if (!ctx->vai_handle.interpreter) {
+        VAI_LOGE("interpreter is nullptr in VAINR_Model_Uninit!");
+        return SDK_UNINIT_ERROR;
+    }
+    ReleaseModels(ctx);
+    VAI_LOGV("model_uninit elapsed time is %ldus", ElapsedUs(t0, util_get_timestamp()));
+    return SDK_SUCCESS;
+}
+
+int VAINR_Process(void* handle, VAI_IMG_* out_img, VAI_IMG_* in_img, const ProcParams_* params) {
+    if (const int status = vai::CheckProcessArgs(handle, out_img, in_img, params); status != SDK_SUCCESS) {
+        return status;
+    }
+    auto* ctx = static_cast<VAINR_Ctx_*>(handle);
+    for (const auto& [what, img] : {std::make_pair("input", in_img), std::make_pair("output", out_img)}) {
+        VAI_LOGV("%s buffer: req_id=%" PRIu64
+                 ", addr=%p, height=%d, width=%d, stride=%d, slice=%d, planseSize=%d, fd=%d\n",
+                 what, img->req_id, img->plane_addr[0], img->height, img->width, img->stride[0],
+                 img->slice[0], static_cast<int>(img->plane_size[0]), img->fd[0]);
+    }
+    const timespec t0 = util_get_timestamp();
+    const int32_t cam = params->cam_type;
+    if (!CamInRecord(cam)) {
+        VAI_LOGE("cam_type(%d) is out of the camera types 0..%d! execute copy in vAINR_yuv_mtk mode!", cam,
+                 kMaxCams - 1);
+        return static_cast<signed char>(CopyImage(out_img, in_img));
+    }
+    const VAINR_CamPars_& c = ctx->cfg.camPars[cam];
+    if (c.processEnable == 0) {
+        VAI_LOGE("algo processing is disabled in cfg file! execute copy in vAINR_yuv_mtk mode!");
+        return static_cast<signed char>(CopyImage(out_img, in_img));
+    }
+    if (ctx->m_session[0] == nullptr) {
+        VAI_LOGE("m_session is null! only perform copy image!");
+        return static_cast<signed char>(CopyImage(out_img, in_img));
+    }
+    if (ctx->dump_pars.dump_enable) Dump(ctx, in_img, "s[%d]_mtk_yuv_vainr_in", cam);
+
+    VAI_HANDLE_& h = ctx->vai_handle;
+    int s = 0;
+    if (g_is_inline_mode != 0) {
+        for (const auto& size : k4KSizes) {
+            if (in_img->width == size.width && in_img->height == size.height) s = 1;
+        }
+        if (s == 1) VAI_LOGI("for inline 4K recording mode, use 4K model");
+    }
+    void* session = ctx->m_session[s];
+    if (session == nullptr) {
+        VAI_LOGE("m_session is null! only perform copy image!");
+        return static_cast<signed char>(CopyImage(out_img, in_img));
+    }
+    // Zero copy: the runtime reads and writes the caller's buffers.
+    PXRT::TensorArray inputs = h.input_tensors[s];
+    PXRT::TensorArray outputs = h.output_tensors[s];
+    PlaceImage(inputs, std::shared_ptr<PXRT::ITensor>(
+                           mPXRTCreateInTensorFunc(session, h.mInputTensorByteSize[s][0], 0, 1, kTensorKind,
+                                                   in_img->plane_addr[0], in_img->fd[0], 0)));
+    PlaceImage(outputs, std::shared_ptr<PXRT::ITensor>(mPXRTCreateOutTensorFunc(
+                            session, h.mOutputTensorByteSize[s][0], 0, 1, kTensorKind, out_img->plane_addr[0],
+                            out_img->fd[0], 0)));
+
+    uint8_t nr = 0;
+    if (params->extend_pars != nullptr) {
+        nr = static_cast<uint8_t>(*static_cast<const uint32_t*>(params->extend_pars));
+    } else {
+        VAI_LOGE("extend input parameters is nullptr in project! Use adaptive calculate!");
+        VAI_LOGV("aec info: luxIdx(%f), iso(%f), drc_gain(%f)", params->lux_idx, params->iso,
+                 params->drc_gain);
+        nr = NrStrength(c, params->iso);
+    }
+    VAI_LOGI("nr_strength is %d", nr);
+    const uint8_t zs = ZoomScalar(cam, params->zoom_ratio);
+    VAI_LOGI("zoom_ratio_scalar is %d", static_cast<int8_t>(zs));
+
+    const size_t n = h.m_in_num[s];
+    if (n == 2 || n == 3) {
+        const size_t nr_bytes =
+            h.mInputTensorByteSize[s][1] < kStrengthBytes ? h.mInputTensorByteSize[s][1] : kStrengthBytes;
+        FillParam(inputs, 1, nr, nr_bytes, kTraceLineStrengthFill);
+    }
+    if (n == 3) {
+        // Sized by session 0's zoom input, bounded by the tensor actually in use.
+        const size_t zs_bytes = h.mInputTensorByteSize[0][2] < h.mInputTensorByteSize[s][2]
+                                    ? h.mInputTensorByteSize[0][2]
+                                    : h.mInputTensorByteSize[s][2];
+        FillParam(inputs, 2, zs, zs_bytes, kTraceLineZoomFill);
+    }
+    const timespec t1 = util_get_timestamp();
+    const int ret = h.interpreter->Run(session, &inputs, &outputs);
+    if (ret != 0) {
+        VAI_LOGE("Runtime_inference failed, err_code:%d", ret);
+        return SDK_INVALID_MODEL_ERR;
+    }
+    if (ctx->dump_pars.dump_enable) Dump(ctx, out_img, "s[%d]_mtk_yuv_vainr_out", cam);
+    const timespec t2 = util_get_timestamp();
+    VAI_LOGV("pre_process elapsed time: %ldus", ElapsedUs(t0, t1));
+    VAI_LOGV("inference elapsed time:   %ldus", ElapsedUs(t1, t2));
+    VAI_LOGV("process total time:       %ldus\n", ElapsedUs(t0, t2));
+    return SDK_SUCCESS;
+}
+
+}  // namespace MTK_VAINR_YUV_PROC
