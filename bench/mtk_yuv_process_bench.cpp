@@ -2,7 +2,8 @@
 // 64-byte memcpy timed in the same run. The frame is never touched on the processor, so the cost
 // should not depend on the frame size; "vs_memcpy" is the frame path's time over the copy's.
 #include <benchmark/benchmark.h>
-#include <time.h>
+
+#include "bench_clock.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -17,11 +18,7 @@
 
 namespace {
 
-double Now() {
-    timespec ts;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-    return ts.tv_sec + ts.tv_nsec * 1e-9;
-}
+using vai_bench::Now;
 
 void BM_MtkYuvProcessVsMemcpy(benchmark::State& state) {
     const int w = static_cast<int>(state.range(0)), h = static_cast<int>(state.range(1));

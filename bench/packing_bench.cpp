@@ -1,7 +1,8 @@
 // Packing kernels on whole 16-bit frames, single-threaded. Each benchmark also copies the same number
 // of bytes (read plus written) with memcpy; "vs_memcpy" is the kernel's throughput over memcpy's.
 #include <benchmark/benchmark.h>
-#include <time.h>
+
+#include "bench_clock.h"
 
 #include <cstring>
 #include <functional>
@@ -21,12 +22,7 @@ std::unique_ptr<vai_frame::Frame> RandomFrame(int width, int height, bool yuv) {
     return f;
 }
 
-// Thread CPU time, so that time slices lost to other processes on a shared machine do not count.
-double Now() {
-    timespec ts;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-    return ts.tv_sec + ts.tv_nsec * 1e-9;
-}
+using vai_bench::Now;
 
 // Times `kernel`, then memcpy of `traffic / 2` bytes for as many iterations, each in its own loop
 // so that each runs with only its own buffers in the caches.

@@ -2,7 +2,8 @@
 // against the pack and unpack kernels alone on the same frame in the same run. "vs_kernels" is the
 // frame path's time over the kernels' time: everything the back-end adds around them.
 #include <benchmark/benchmark.h>
-#include <time.h>
+
+#include "bench_clock.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -23,11 +24,7 @@ namespace {
 
 constexpr int kW = 1920, kH = 1080;
 
-double Now() {
-    timespec ts;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-    return ts.tv_sec + ts.tv_nsec * 1e-9;
-}
+using vai_bench::Now;
 
 void BM_QcomProcessVsKernels(benchmark::State& state) {
     const size_t tensor_bytes = size_t(kW / 2) * (kH / 2) * 6;

@@ -7,9 +7,11 @@
 #include "algocore/memory/ALGOGalloc.h"
 #include "algocore/memory/ALGONativeGalloc.h"
 #include "algocore/utils/image_copy.h"
+#include "algocore/utils/iso_bins.h"
 #include "algocore/utils/status_code.h"
 #include "algocore/utils/timing.h"
 #include "algocore/utils/vai_log.h"
+#include "interface/backend.h"
 #include "interface/process_args.h"
 #include "interface/pxrt_binding.h"
 
@@ -150,15 +152,6 @@ void SetUpInlineSession(VAINR_Ctx_* ctx, const char* model, uint32_t boost) {
     VAI_LOGV("mOutputTensorByteSize[1] %zu", h.mOutputTensorByteSize[1][0]);
 }
 
-// Truncation toward zero of an ISO difference; out-of-range values (unsorted tables, absurd ISOs)
-// wrap instead of being undefined.
-uint32_t TruncWeight(float v) {
-    if (!(v == v)) return 0;
-    if (v >= 9.2e18f) return UINT32_MAX;
-    if (v <= -9.2e18f) return 0;
-    return static_cast<uint32_t>(static_cast<int64_t>(v));
-}
-
 // Fills `bytes` of tensor `i` of the working inputs, when the model has such a parameter tensor.
 void FillParam(const PXRT::TensorArray& inputs, size_t i, uint8_t value, size_t bytes, int line) {
     if (i >= inputs.size() || !inputs[i]) return;
@@ -189,8 +182,7 @@ long ElapsedUs(timespec from, timespec to) {
 }  // namespace
 
 uint8_t NrStrength(const VAINR_CamPars_& c, float iso) {
-    uint32_t b = c.BinNumber == 0 ? 1 : c.BinNumber;
-    if (b > static_cast<uint32_t>(kMaxBins)) b = kMaxBins;
+    const uint32_t b = UsedBins(c.BinNumber, kMaxBins);
     const uint32_t* bin = c.ISOBinIndex;
     const uint32_t* s = c.NrStrength;
     if (iso < static_cast<float>(bin[0])) return static_cast<uint8_t>(s[0]);
@@ -400,16 +392,16 @@ int VAINR_Process(void* handle, VAI_IMG_* out_img, VAI_IMG_* in_img, const ProcP
     if (!CamInRecord(cam)) {
         VAI_LOGE("cam_type(%d) is out of the camera types 0..%d! execute copy in vAINR_yuv_mtk mode!", cam,
                  kMaxCams - 1);
-        return static_cast<signed char>(CopyImage(out_img, in_img));
+        return vai::NarrowStatus(CopyImage(out_img, in_img));
     }
     const VAINR_CamPars_& c = ctx->cfg.camPars[cam];
     if (c.processEnable == 0) {
         VAI_LOGE("algo processing is disabled in cfg file! execute copy in vAINR_yuv_mtk mode!");
-        return static_cast<signed char>(CopyImage(out_img, in_img));
+        return vai::NarrowStatus(CopyImage(out_img, in_img));
     }
     if (ctx->m_session[0] == nullptr) {
         VAI_LOGE("m_session is null! only perform copy image!");
-        return static_cast<signed char>(CopyImage(out_img, in_img));
+        return vai::NarrowStatus(CopyImage(out_img, in_img));
     }
     if (ctx->dump_pars.dump_enable) Dump(ctx, in_img, "s[%d]_mtk_yuv_vainr_in", cam);
 
@@ -424,7 +416,7 @@ int VAINR_Process(void* handle, VAI_IMG_* out_img, VAI_IMG_* in_img, const ProcP
     void* session = ctx->m_session[s];
     if (session == nullptr) {
         VAI_LOGE("m_session is null! only perform copy image!");
-        return static_cast<signed char>(CopyImage(out_img, in_img));
+        return vai::NarrowStatus(CopyImage(out_img, in_img));
     }
     // Zero copy: the runtime reads and writes the caller's buffers.
     PXRT::TensorArray inputs = h.input_tensors[s];

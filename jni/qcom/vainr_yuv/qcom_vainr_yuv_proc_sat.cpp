@@ -9,6 +9,7 @@
 #include "algocore/memory/ALGOGalloc.h"
 #include "algocore/memory/ALGONativeGalloc.h"
 #include "algocore/utils/image_copy.h"
+#include "algocore/utils/iso_bins.h"
 #include "algocore/utils/packing.h"
 #include "interface/pxrt_binding.h"
 #include "interface/process_args.h"
@@ -452,15 +453,6 @@ namespace qcom {
 
 namespace {
 
-// Truncation toward zero of a gain difference; out-of-range values (unsorted tables, absurd gains)
-// wrap instead of being undefined.
-uint32_t TruncWeight(float v) {
-    if (!(v == v)) return 0;
-    if (v >= 9.2e18f) return UINT32_MAX;
-    if (v <= -9.2e18f) return 0;
-    return static_cast<uint32_t>(static_cast<int64_t>(v));
-}
-
 uint32_t Interpolate(uint32_t lo_strength, uint32_t hi_strength, uint32_t w_lo, uint32_t w_hi, uint32_t d) {
     if (lo_strength == hi_strength) return hi_strength;
     if (d == 0) return 0;
@@ -470,8 +462,7 @@ uint32_t Interpolate(uint32_t lo_strength, uint32_t hi_strength, uint32_t w_lo, 
 }  // namespace
 
 Strengths ComputeStrengths(const VAINR_CamPars_& e, float g) {
-    uint32_t n = e.BinNumber == 0 ? 1 : e.BinNumber;
-    if (n > static_cast<uint32_t>(kMaxBins)) n = kMaxBins;
+    const uint32_t n = UsedBins(e.BinNumber, kMaxBins);
     uint32_t y = 0, uv = 0;
     if (g < static_cast<float>(e.ISOBinIndex[0])) {
         y = e.NrStrength[0];
