@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -248,9 +252,9 @@ class MtkFrameTest : public MtkTest {
   protected:
     // Through the entry points, in mode 9. Camera 3 disabled; models with an image, a 20-byte strength
     // and a 4-byte zoom input.
-    void Start(bool inline_mode = false) {
+    void Start(bool inline_mode = false, const std::string& dump_range = "0") {
         pxrt_test::SetDefaultLayout({{96, 20, 4}, {96}});
-        Init init(Set(Json(), "processEnable", "0"), 0, 0, inline_mode);
+        Init init(Set(Set(Json(), "processEnable", "0"), "DumpRangeIdx", dump_range), 0, 0, inline_mode);
         init.p.algo_mode = 9;
         ASSERT_NE(handle_ = Video_AI_Proc_Init(&init.p), nullptr);
         ASSERT_EQ(Video_AI_Model_Init(handle_, &init.p), 0);
@@ -324,11 +328,63 @@ TEST_F(MtkFrameTest, CopyPathsAndStatuses) {
     EXPECT_EQ(mtk::VAINR_Process(nullptr, out_->img(), in_->img(), nullptr), SDK_UNINIT_ERROR);
 }
 
+// The frame path only wraps the caller's buffers: with every plane sealed against any access, frames
+// of every enabled camera, in both session modes, go through without a fault.
+TEST_F(MtkFrameTest, FrameBytesAreNeverTouched) {
+    for (bool inline_mode : {false, true}) {
+        Start(inline_mode);
+        in_ = std::make_unique<qcom_test::Frame>(in_->format(), vai_frame::Memory::kGuarded);
+        out_ = std::make_unique<qcom_test::Frame>(in_->format(), vai_frame::Memory::kGuarded);
+        in_->FillRandom(1), out_->FillRandom(2);
+        const std::vector<uint8_t> in_bytes = in_->Bytes(), out_bytes = out_->Bytes();
+        in_->Seal(true), out_->Seal(true);
+        for (int i = 0; i < 40; ++i) {
+            ASSERT_EQ(Process(i % 5 == 3 ? 0 : i % 5, float(i * 700), 0.5f + float(i) / 8), SDK_SUCCESS);
+        }
+        in_->Seal(false), out_->Seal(false);
+        EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 40u);
+        EXPECT_TRUE(in_->Bytes() == in_bytes && out_->Bytes() == out_bytes);
+        EXPECT_EQ(Video_AI_Proc_Uninit(std::exchange(handle_, nullptr)), SDK_SUCCESS);
+        pxrt_test::Reset();
+    }
+}
+
+// Requests in the dump range write the whole NV21 frame before and after the network, per camera.
+TEST_F(MtkFrameTest, DumpsTheRequestRange) {
+    const std::string dir = qcom_test::TestFile("_dumps/");
+    std::filesystem::remove_all(dir);
+    setenv("VAI_DUMP_DIR", dir.c_str(), 1);
+    Start(false, "1003");  // requests 1 and 2
+    std::vector<uint8_t> frames[2] = {std::vector<uint8_t>(192), std::vector<uint8_t>(192, 9)};
+    for (int i = 0; i < 192; ++i) frames[0][i] = static_cast<uint8_t>(i);
+    vAIPROC::VAI_IMG_* imgs[2] = {in_->img(), out_->img()};
+    for (int k = 0; k < 2; ++k) {  // one contiguous buffer: plane 0 carries the whole frame
+        imgs[k]->plane_addr[0] = frames[k].data(), imgs[k]->plane_addr[1] = frames[k].data() + 128;
+    }
+    for (uint64_t req = 0; req < 5; ++req) {
+        in_->img()->req_id = out_->img()->req_id = req;
+        ASSERT_EQ(Process(req == 2 ? 4 : 0), SDK_SUCCESS);
+    }
+    unsetenv("VAI_DUMP_DIR");
+    std::vector<std::string> names;
+    for (const auto& e : std::filesystem::directory_iterator(dir)) {
+        const std::string name = e.path().filename();
+        names.push_back(name.substr(17));  // after "IMG" and the time
+        std::ifstream f(e.path(), std::ios::binary);
+        const std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(f), {}};
+        EXPECT_EQ(bytes, frames[name.find("_out.") != std::string::npos]) << name;
+    }
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names, (std::vector<std::string>{
+                         "_req1_16x8_s[0]_mtk_yuv_vainr_in.nv21", "_req1_16x8_s[0]_mtk_yuv_vainr_out.nv21",
+                         "_req2_16x8_s[4]_mtk_yuv_vainr_in.nv21", "_req2_16x8_s[4]_mtk_yuv_vainr_out.nv21"}));
+}
+
 TEST_F(MtkFrameTest, Lifecycle) {
     Start(true);
     pxrt_test::SetRecording(false);
     for (int i = 0; i < 1000; ++i) {
-        ASSERT_EQ(Process(i % 5, float(i * 37 % 30000), 0.5f + float(i % 40) / 10), SDK_SUCCESS);
+        ASSERT_EQ(Process(i % 5 == 3 ? 0 : i % 5, float(i * 37 % 30000), 0.5f + float(i % 40) / 10), SDK_SUCCESS);
     }
     EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 800u);  // camera 3 is copied
     EXPECT_EQ(Video_AI_Model_Uninit(handle_), SDK_SUCCESS);

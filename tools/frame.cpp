@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 #include <random>
+#include <stdexcept>
 
 namespace vai_frame {
 
@@ -51,6 +52,16 @@ Frame::Frame(const Format& format, Memory memory) : format_(format) {
     for (int& fd : img_.fd) fd = -1;
     img_.width = format.width;
     img_.height = format.height;
+}
+
+void Frame::Seal(bool sealed) {
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    for (Plane& pl : planes_) {
+        if (pl.map != nullptr &&
+            mprotect(pl.map, pl.map_size - page, sealed ? PROT_NONE : PROT_READ | PROT_WRITE) != 0) {
+            throw std::runtime_error("cannot seal a frame");
+        }
+    }
 }
 
 Frame::~Frame() {

@@ -59,6 +59,8 @@ class Frame {
     void SetSample(int p, int x, int y, uint16_t v);
     // A heap frame with the same format and bytes.
     std::unique_ptr<Frame> Clone() const;
+    // Guarded frames only: while sealed, any read or write of a plane faults.
+    void Seal(bool sealed);
 
     bool operator==(const Frame& o) const { return Bytes() == o.Bytes(); }
 
