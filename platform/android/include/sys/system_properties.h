@@ -1,4 +1,5 @@
-// Host stand-in for the Android system-property interface (same signatures as the NDK).
+// The NDK's system-property declarations (bionic libc) this tree uses, with its signatures: the host
+// platform library implements them, and the Android check compiles against them.
 #pragma once
 
 #include <stdint.h>

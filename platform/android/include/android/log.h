@@ -1,4 +1,5 @@
-// Host stand-in for the Android log interface (same signatures as the NDK).
+// The NDK's liblog declarations this tree uses, with its signatures: the host platform library
+// implements them, and the Android check compiles against them in place of the NDK's headers.
 #pragma once
 
 #include <stdarg.h>
