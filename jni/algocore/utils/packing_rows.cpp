@@ -55,6 +55,8 @@ inline unsigned char* Row(unsigned char* plane, int stride, int row) {
     return plane + static_cast<ptrdiff_t>(row) * stride;
 }
 
+#if !VAI_BYTE_TABLES
+// Only the zip paths use these; clang warns about unused ones.
 inline uint32x4_t AsU32(uint8x16_t v) {
     return vreinterpretq_u32_u8(v);
 }
@@ -66,6 +68,7 @@ inline uint8x16_t AsU8(uint32x4_t v) {
 inline uint8x16_t HighBytes(uint8x16_t lo, uint8x16_t hi) {
     return vuzp2q_u8(lo, hi);
 }
+#endif
 
 // ---- space to depth -------------------------------------------------------------------------------
 
