@@ -1,0 +1,30 @@
+# Fails when the srcs of the library module in BLUEPRINT differ from SOURCES (comma-separated), the
+# CMake build's list, both relative to jni/.
+# cmake -DBLUEPRINT=... -DSOURCES=... -P
+cmake_minimum_required(VERSION 3.25)
+file(READ ${BLUEPRINT} text)
+string(REGEX REPLACE "//[^\n]*" "" text "${text}")
+string(REGEX MATCH "cc_library_shared[ \t\n]*{.*" module "${text}")
+if(NOT module MATCHES "name:[ \t\n]*\"libVideoAIProc\"")
+    message(FATAL_ERROR "no cc_library_shared named libVideoAIProc in ${BLUEPRINT}")
+endif()
+if(NOT module MATCHES "[ \t\n]srcs:[ \t\n]*\\[([^]]*)\\]")
+    message(FATAL_ERROR "no srcs list in ${BLUEPRINT}")
+endif()
+string(REGEX MATCHALL "\"[^\"]+\"" listed "${CMAKE_MATCH_1}")
+string(REPLACE "\"" "" listed "${listed}")
+string(REPLACE "," ";" expected "${SOURCES}")
+
+set(missing ${expected})
+set(extra ${listed})
+if(listed)
+    list(REMOVE_ITEM missing ${listed})
+endif()
+list(REMOVE_ITEM extra ${expected})
+list(LENGTH listed n_listed)
+list(REMOVE_DUPLICATES listed)
+list(LENGTH listed n_unique)
+if(missing OR extra OR NOT n_listed EQUAL n_unique)
+    message(FATAL_ERROR "${BLUEPRINT} srcs differ from the CMake sources: missing [${missing}], extra [${extra}], "
+                        "${n_listed} entries for ${n_unique} files")
+endif()
