@@ -252,8 +252,9 @@ class MtkFrameTest : public MtkTest {
   protected:
     // Through the entry points, in mode 9. Camera 3 disabled; models with an image, a 20-byte strength
     // and a 4-byte zoom input.
-    void Start(bool inline_mode = false, const std::string& dump_range = "0") {
-        pxrt_test::SetDefaultLayout({{96, 20, 4}, {96}});
+    void Start(bool inline_mode = false, const std::string& dump_range = "0",
+               std::vector<size_t> inputs = {96, 20, 4}) {
+        pxrt_test::SetDefaultLayout({inputs, {96}});
         Init init(Set(Set(Json(), "processEnable", "0"), "DumpRangeIdx", dump_range), 0, 0, inline_mode);
         init.p.algo_mode = 9;
         ASSERT_NE(handle_ = Video_AI_Proc_Init(&init.p), nullptr);
@@ -271,9 +272,6 @@ class MtkFrameTest : public MtkTest {
 
 // The bytes written into the model's strength and zoom inputs.
 TEST_F(MtkFrameTest, ParameterBytes) {
-    Start();
-    const auto* nr_bytes = static_cast<uint8_t*>(Ctx()->vai_handle.input_tensors[0][1]->GetData());
-    const auto* zs_bytes = static_cast<uint8_t*>(Ctx()->vai_handle.input_tensors[0][2]->GetData());
     uint32_t ext300 = 300;
     const std::tuple<int, float, float, uint32_t*, uint8_t, uint8_t> cases[] = {
         {0, 1000, 1.0f, nullptr, 12, 25},    {0, 500, 1.5f, nullptr, 0, 191},
@@ -282,12 +280,20 @@ TEST_F(MtkFrameTest, ParameterBytes) {
         {4, 1000, 12.0f, nullptr, 12, 252},  {2, 1000, 0.9f, nullptr, 12, 191},
         {1, 1000, 1.5f, &ext300, 44, 191},
     };
-    for (const auto& [cam, iso, zoom, extend, nr, zs] : cases) {
-        ASSERT_EQ(Process(cam, iso, zoom, extend), SDK_SUCCESS);
-        std::vector<uint8_t> expected(16, nr), seen(nr_bytes, nr_bytes + 20);
-        expected.insert(expected.end(), {0, 0, 0, 0, zs, zs, zs, zs});
-        seen.insert(seen.end(), zs_bytes, zs_bytes + 4);
-        EXPECT_EQ(seen, expected) << cam << " " << iso << " " << zoom;
+    for (const bool zoom_input : {true, false}) {  // models with and without the zoom input
+        Start(false, "0", zoom_input ? std::vector<size_t>{96, 20, 4} : std::vector<size_t>{96, 20});
+        const PXRT::TensorArray& t = Ctx()->vai_handle.input_tensors[0];
+        const auto* nr_bytes = static_cast<uint8_t*>(t[1]->GetData());
+        for (const auto& [cam, iso, zoom, extend, nr, zs] : cases) {
+            ASSERT_EQ(Process(cam, iso, zoom, extend), SDK_SUCCESS);
+            std::vector<uint8_t> expected(16, nr), seen(nr_bytes, nr_bytes + 20);
+            expected.insert(expected.end(), 4, 0);
+            if (zoom_input) expected.insert(expected.end(), 4, zs);
+            if (zoom_input) seen.insert(seen.end(), static_cast<uint8_t*>(t[2]->GetData()),
+                                        static_cast<uint8_t*>(t[2]->GetData()) + 4);
+            EXPECT_EQ(seen, expected) << cam << " " << iso << " " << zoom;
+        }
+        EXPECT_EQ(Video_AI_Proc_Uninit(std::exchange(handle_, nullptr)), SDK_SUCCESS);
     }
 }
 
