@@ -114,7 +114,7 @@ TEST_F(MtkCfgTest, RejectsBadFiles) {
         cases.emplace_back(json, 4);
     }
     for (const char* json :
-         {"{\"OtherProject\": {\"LogLevel\": 4}}", "{\"TestProject\": {}}", "{ not json"}) {
+         {"{\"OtherProject\": {\"LogLevel\": 4}}", "{\"TestProject\": {}}", "{ not json", "[1, 2]"}) {
         cases.emplace_back(json, 1);
     }
     for (const auto& [json, level] : cases) {

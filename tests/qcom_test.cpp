@@ -116,7 +116,7 @@ TEST_F(QcomCfgTest, RejectsBadFiles) {
         c.edit(t);
         EXPECT_FALSE(Load(t.Json())) << c.name;
     }
-    EXPECT_FALSE(Load("{ not json"));
+    EXPECT_FALSE(Load("{ not json") || Load("[1, 2]"));
     std::string mistyped = CfgText().Json();
     mistyped.replace(mistyped.rfind("\"BoostValue\": 100"), 17, "\"BoostValue\": -1 ");
     EXPECT_FALSE(Load(mistyped));
@@ -430,18 +430,20 @@ TEST_F(QcomTest, FramesThatCannotBeProcessedAreCopied) {
     const struct {
         const char* name;
         int cam;
-        int width, bits;
+        int width, in_bits, out_bits;
     } cases[] = {
-        {"disabled camera type", 1, kW, 10},
-        {"camera type above the record", 5, kW, 10},
-        {"negative camera type", -2, kW, 10},
-        {"8-bit frames", 0, kW, 8},
-        {"tensors smaller than the frame", 0, 2 * kW, 10},
+        {"disabled camera type", 1, kW, 10, 10},
+        {"camera type above the record", 5, kW, 10, 10},
+        {"negative camera type", -2, kW, 10, 10},
+        {"8-bit input", 0, kW, 8, 10},
+        {"8-bit output", 0, kW, 10, 8},
+        {"tensors smaller than the frame", 0, 2 * kW, 10, 10},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         log_.Clear();
-        auto in = MakeFrame(c.width, kH, 0x1234, 0x5678, c.bits), out = MakeFrame(c.width, kH, 0, 0, c.bits);
+        auto in = MakeFrame(c.width, kH, 0x1234, 0x5678), out = MakeFrame(c.width, kH);
+        in->img()->btw = static_cast<int8_t>(c.in_bits), out->img()->btw = static_cast<int8_t>(c.out_bits);
         EXPECT_EQ(Process(*out, *in, c.cam), 0);
         EXPECT_EQ(out->Bytes(), in->Bytes());
         EXPECT_EQ(log_.Lines().size(), 1u);
