@@ -8,6 +8,7 @@
 
 #include "algocore/memory/ALGOGalloc.h"
 #include "algocore/memory/ALGONativeGalloc.h"
+#include "algocore/utils/LogPrintf.h"
 #include "algocore/utils/image_copy.h"
 #include "algocore/utils/iso_bins.h"
 #include "algocore/utils/packing.h"
@@ -35,16 +36,9 @@ constexpr int kSessionFlags = 2048;
 constexpr int32_t kTensorKind = 2;
 constexpr size_t kMaxTensors = 4;  // room in VAI_HANDLE_'s byte-size tables
 
-constexpr const char* BaseName(const char* path) {
-    const char* base = path;
-    for (const char* p = path; *p != '\0'; ++p) {
-        if (*p == '/') base = p + 1;
-    }
-    return base;
-}
 // Labels this file's entries in the memory tracer's reports. The line labels stay fixed across edits
 // of this file, so that reports from different builds can be compared.
-constexpr const char* kSrcName = BaseName(__FILE__);
+constexpr const char* kSrcName = ::vemo::SourceBaseName(__FILE__);
 constexpr int kTraceLineInstance = 128;
 constexpr int kTraceLineRelease = 558;
 constexpr int kTraceLineChromaCopy = 473;
