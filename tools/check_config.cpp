@@ -178,9 +178,9 @@ class Checker {
         for (const char* key : mode_.camera_numbers) {
             uint32_t v = 0;
             if (Number(cam, path, key, &v) && std::string(key) == "BinNumber") {
+                // Past 16 the loader refuses the file; the tables are still checked over the 16 it holds.
                 bins = std::min(v, kMaxBins);
-                if (v == 0)
-                    Error(Child(path, key), "0 bins: the back-end still reads bin 0, which keeps its built-in default");
+                if (v == 0) Error(Child(path, key), "0 bins: the back-end still uses bin 0, whose values stay the built-in ones");
                 if (v > kMaxBins) Error(Child(path, key), std::to_string(v) + " bins; the record holds 16");
             }
         }
@@ -200,8 +200,8 @@ class Checker {
         }
         const Value& table = it->value;
         if (table.Size() < bins)
-            Error(path, "holds " + std::to_string(table.Size()) + " values, but BinNumber is " + std::to_string(bins) +
-                            ": bins " + std::to_string(table.Size()) + " and up keep the built-in defaults");
+            Error(path, "holds " + std::to_string(table.Size()) + " values for " + std::to_string(bins) +
+                            " bins: bin " + std::to_string(table.Size()) + " and up keep the built-in values");
         const StrengthCurve* curve = nullptr;
         for (const StrengthCurve& c : mode_.curves) {
             if (std::string(c.key) == key) curve = &c;
@@ -217,7 +217,7 @@ class Checker {
                                           ", " + curve->beyond);
             } else if (bounds && j > 0 && table[j - 1].IsUint() && v.GetUint() <= table[j - 1].GetUint()) {
                 Error(Child(path, j), std::to_string(v.GetUint()) + " is not above the bound before it (" +
-                                          std::to_string(table[j - 1].GetUint()) + "); bounds must ascend");
+                                          std::to_string(table[j - 1].GetUint()) + "); bounds must ascend strictly");
             }
         }
     }
