@@ -102,12 +102,13 @@ TEST(TuningTool, BrokenFiles) {
          C + "3/BinNumber", "error", false},
         {"bounds not ascending", 1, [](Document& d) { SetUint(d, C + "2/ISOBinIndex/3", 3200); }, "", 1,
          C + "2/ISOBinIndex/3", "error", true},
-        {"strength beyond the blend", 1, [](Document& d) { SetUint(d, C + "4/ChromaNrStrength/5", 65); }, "", 1,
-         C + "4/ChromaNrStrength/5", "error", true},
+        {"strength beyond the blend", 1, [](Document& d) { SetUint(d, C + "4/ChromaNrStrength/5", 65); }, "",
+         1, C + "4/ChromaNrStrength/5", "error", true},
         {"strength beyond a byte", 9, [](Document& d) { SetUint(d, C + "1/NrStrength/7", 256); }, "", 1,
          C + "1/NrStrength/7", "error", true},
-        {"table shorter than BinNumber", 9, [](Document& d) { Pointer((C + "0/ISOBinIndex/7").c_str()).Erase(d); },
-         "", 1, C + "0/ISOBinIndex", "error", true},
+        {"table shorter than BinNumber", 9,
+         [](Document& d) { Pointer((C + "0/ISOBinIndex/7").c_str()).Erase(d); }, "", 1, C + "0/ISOBinIndex",
+         "error", true},
         {"project name over 16 bytes", 1,
          [](Document& d) {
              Value copy(d["DemoProject"], d.GetAllocator());
@@ -117,7 +118,8 @@ TEST(TuningTool, BrokenFiles) {
         {"unknown key", 1, [](Document& d) { SetUint(d, C + "1/NrStrenght", 3); }, "", 0, C + "1/NrStrenght",
          "warning", true},
         {"no such project", 9, [](Document&) {}, "-p Other", 1, "/Other", "error", false},
-        {"empty camera array", 9, [](Document& d) { Pointer((P + "/VideoAIProcPars").c_str()).Set(d, Value(rapidjson::kArrayType)); },
+        {"empty camera array", 9,
+         [](Document& d) { Pointer((P + "/VideoAIProcPars").c_str()).Set(d, Value(rapidjson::kArrayType)); },
          "", 1, P + "/VideoAIProcPars", "error", false},
         {"unsupported mode", 5, [](Document&) {}, "", 2, "", nullptr, false},
         {"project over 16 characters", 1, [](Document&) {}, "-p 12345678901234567", 2, "", nullptr, false},
@@ -134,7 +136,8 @@ TEST(TuningTool, BrokenFiles) {
             file = VAI_TEST_BINARY_DIR "/tuning_cut.json";
             std::ofstream(file) << Read(kConfigs + "qcom_vainr_yuv.json").substr(0, 300);
         }
-        const Result r = Tool("check-config --json -m " + std::to_string(row.mode) + " " + row.args + " " + file);
+        const Result r =
+            Tool("check-config --json -m " + std::to_string(row.mode) + " " + row.args + " " + file);
         EXPECT_EQ(r.status, row.status);
         if (row.severity == nullptr) {
             EXPECT_EQ(r.out, "");
@@ -145,7 +148,8 @@ TEST(TuningTool, BrokenFiles) {
         EXPECT_EQ(report["loader_accepts"].GetBool(), row.loader_accepts);
         bool found = false;
         for (const Value& f : report["findings"].GetArray()) {
-            found |= f["path"].GetString() == row.path && f["severity"].GetString() == std::string(row.severity);
+            found |=
+                f["path"].GetString() == row.path && f["severity"].GetString() == std::string(row.severity);
         }
         EXPECT_TRUE(found) << r.out;
     }
@@ -157,7 +161,8 @@ TEST(TuningTool, SampleConfigsAreClean) {
         SCOPED_TRACE(name);
         const auto sample = kSamples.find(name);
         ASSERT_NE(sample, kSamples.end()) << "give the test this file's mode";
-        const Result r = Tool("check-config --json -m " + std::to_string(sample->second.first) + " " + entry.path().string());
+        const Result r = Tool("check-config --json -m " + std::to_string(sample->second.first) + " " +
+                              entry.path().string());
         EXPECT_EQ(r.status, 0);
         const Document report = Json(r.out);
         ASSERT_TRUE(report.IsObject()) << r.out;
@@ -202,7 +207,8 @@ TEST(TuningTool, PlotSvgStructure) {
     for (const auto& [name, mode] : kSamples) {
         SCOPED_TRACE(name);
         const std::string out = VAI_TEST_BINARY_DIR "/tuning_" + name + ".svg";
-        ASSERT_EQ(Tool("plot -m " + std::to_string(mode.first) + " -o " + out + " " + kConfigs + name).status, 0);
+        ASSERT_EQ(Tool("plot -m " + std::to_string(mode.first) + " -o " + out + " " + kConfigs + name).status,
+                  0);
         std::vector<Chart> charts;
         ASSERT_TRUE(ScanSvg(Read(out), &charts));
         const Document cfg = Json(Read(kConfigs + name));

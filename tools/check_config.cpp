@@ -85,10 +85,15 @@ class Checker {
     bool accepted() const { return accepted_; }
 
   private:
-    void Error(const std::string& path, const std::string& message) { findings_.push_back({true, path, message}); }
-    void Warn(const std::string& path, const std::string& message) { findings_.push_back({false, path, message}); }
+    void Error(const std::string& path, const std::string& message) {
+        findings_.push_back({true, path, message});
+    }
+    void Warn(const std::string& path, const std::string& message) {
+        findings_.push_back({false, path, message});
+    }
     size_t errors() const {
-        return static_cast<size_t>(std::count_if(findings_.begin(), findings_.end(), [](const Finding& f) { return f.error; }));
+        return static_cast<size_t>(
+            std::count_if(findings_.begin(), findings_.end(), [](const Finding& f) { return f.error; }));
     }
 
     // The value of `key` when it is an unsigned 32-bit number; otherwise a finding.
@@ -110,8 +115,8 @@ class Checker {
         for (const auto& m : obj.GetObject()) {
             const std::string key(m.name.GetString(), m.name.GetStringLength());
             if (std::none_of(known.begin(), known.end(), [&](const char* k) { return key == k; }))
-                Warn(Child(path, key), std::string("unknown key, not read by the ") + mode_.name +
-                                           " back-end (a typo?)");
+                Warn(Child(path, key),
+                     std::string("unknown key, not read by the ") + mode_.name + " back-end (a typo?)");
         }
     }
 
@@ -126,7 +131,8 @@ class Checker {
         const auto it = doc.FindMember(args_.project.c_str());
         if (it == doc.MemberEnd()) {
             std::string names;
-            for (const auto& m : doc.GetObject()) names += std::string(names.empty() ? "" : ", ") + m.name.GetString();
+            for (const auto& m : doc.GetObject())
+                names += std::string(names.empty() ? "" : ", ") + m.name.GetString();
             Error(path, "no such project (the file has: " + names + ")");
             return;
         }
@@ -166,7 +172,8 @@ class Checker {
                 Error(pars_path, "holds " + std::to_string(pars.Size()) + " entries, but " + sum);
             cams = std::min<uint64_t>(cams, wanted);
         }
-        for (size_t i = 0; i < cams; ++i) CheckCamera(pars[static_cast<rapidjson::SizeType>(i)], Child(pars_path, i));
+        for (size_t i = 0; i < cams; ++i)
+            CheckCamera(pars[static_cast<rapidjson::SizeType>(i)], Child(pars_path, i));
     }
 
     void CheckCamera(const Value& cam, const std::string& path) {
@@ -180,7 +187,9 @@ class Checker {
             if (Number(cam, path, key, &v) && std::string(key) == "BinNumber") {
                 // Past 16 the loader refuses the file; the tables are still checked over the 16 it holds.
                 bins = std::min(v, kMaxBins);
-                if (v == 0) Error(Child(path, key), "0 bins: the back-end still uses bin 0, whose values stay the built-in ones");
+                if (v == 0)
+                    Error(Child(path, key),
+                          "0 bins: the back-end still uses bin 0, whose values stay the built-in ones");
                 if (v > kMaxBins) Error(Child(path, key), std::to_string(v) + " bins; the record holds 16");
             }
         }
@@ -194,14 +203,16 @@ class Checker {
         const std::string path = Child(cam_path, key);
         const auto it = cam.FindMember(key);
         if (it == cam.MemberEnd() || !it->value.IsArray()) {
-            Error(path, it == cam.MemberEnd() ? "missing; the loader needs it"
-                                              : "must be an array of unsigned integers, is " + Kind(it->value));
+            Error(path, it == cam.MemberEnd()
+                            ? "missing; the loader needs it"
+                            : "must be an array of unsigned integers, is " + Kind(it->value));
             return;
         }
         const Value& table = it->value;
         if (table.Size() < bins)
             Error(path, "holds " + std::to_string(table.Size()) + " values for " + std::to_string(bins) +
-                            " bins: bin " + std::to_string(table.Size()) + " and up keep the built-in values");
+                            " bins: bin " + std::to_string(table.Size()) +
+                            " and up keep the built-in values");
         const StrengthCurve* curve = nullptr;
         for (const StrengthCurve& c : mode_.curves) {
             if (std::string(c.key) == key) curve = &c;
@@ -213,11 +224,12 @@ class Checker {
             if (!v.IsUint()) {
                 Error(Child(path, j), "must be an unsigned 32-bit integer, is " + Kind(v));
             } else if (curve != nullptr && v.GetUint() > curve->max_value) {
-                Error(Child(path, j), std::to_string(v.GetUint()) + " is above " + std::to_string(curve->max_value) +
-                                          ", " + curve->beyond);
+                Error(Child(path, j), std::to_string(v.GetUint()) + " is above " +
+                                          std::to_string(curve->max_value) + ", " + curve->beyond);
             } else if (bounds && j > 0 && table[j - 1].IsUint() && v.GetUint() <= table[j - 1].GetUint()) {
                 Error(Child(path, j), std::to_string(v.GetUint()) + " is not above the bound before it (" +
-                                          std::to_string(table[j - 1].GetUint()) + "); bounds must ascend strictly");
+                                          std::to_string(table[j - 1].GetUint()) +
+                                          "); bounds must ascend strictly");
             }
         }
     }
@@ -271,15 +283,15 @@ int CheckConfig(const TuningArgs& args, bool json) {
         PrintJson(args, findings, errors, checker.accepted());
     } else {
         for (const Finding& f : findings) {
-            std::printf("%s: %s: %s\n", f.error ? "error" : "warning", f.path.empty() ? "(file)" : f.path.c_str(),
-                        f.message.c_str());
+            std::printf("%s: %s: %s\n", f.error ? "error" : "warning",
+                        f.path.empty() ? "(file)" : f.path.c_str(), f.message.c_str());
         }
         if (findings.empty()) {
             std::printf("%s: clean for mode %d (%s), project %s\n", args.file.c_str(), mode.mode, mode.name,
                         args.project.c_str());
         } else {
-            std::printf("%s: %zu error(s), %zu warning(s); the library's loader %s it\n", args.file.c_str(), errors,
-                        findings.size() - errors, checker.accepted() ? "accepts" : "refuses");
+            std::printf("%s: %zu error(s), %zu warning(s); the library's loader %s it\n", args.file.c_str(),
+                        errors, findings.size() - errors, checker.accepted() ? "accepts" : "refuses");
         }
     }
     return errors == 0 ? 0 : 1;

@@ -49,11 +49,14 @@ void Chart(std::ostringstream& svg, const TuningMode& mode, const LoadedTuning& 
            const std::string& project, int band) {
     const uint32_t bins = std::clamp<uint32_t>(t.bin_number(cam), 1, kMaxBins);
     const uint32_t* bounds = t.iso_bins(cam);
-    const uint32_t low = *std::min_element(bounds, bounds + bins), high = *std::max_element(bounds, bounds + bins);
+    const uint32_t low = *std::min_element(bounds, bounds + bins),
+                   high = *std::max_element(bounds, bounds + bins);
     // Log scale: bins are tuned in stops, and a stop either side shows the clamped ends.
     const double lo = std::log2(std::max(1.0, low / 2.0));
     const double hi = std::max(lo + 2, std::log2(std::max(1.0, high * 2.0)));
-    auto x = [&](double gain) { return kLeft + (std::log2(std::max(gain, 1.0)) - lo) / (hi - lo) * (kRight - kLeft); };
+    auto x = [&](double gain) {
+        return kLeft + (std::log2(std::max(gain, 1.0)) - lo) / (hi - lo) * (kRight - kLeft);
+    };
 
     // Samples over the range plus every bound, where the slopes change.
     std::set<double> gains;
@@ -73,7 +76,8 @@ void Chart(std::ostringstream& svg, const TuningMode& mode, const LoadedTuning& 
     auto y = [&](double v) { return kBottom - (v - vmin) / (vmax - vmin) * (kBottom - kTop); };
 
     svg << "<g class=\"chart\" transform=\"translate(0," << band * kChartHeight << ")\">\n";
-    std::string title = project + ", camera " + std::to_string(cam) + (cam < t.rear_cameras() ? " (rear)" : " (front)");
+    std::string title =
+        project + ", camera " + std::to_string(cam) + (cam < t.rear_cameras() ? " (rear)" : " (front)");
     if (t.process_enable(cam) == 0) title += ": processing off, frames are copied";
     svg << "<text x=\"" << kLeft << "\" y=\"24\" font-size=\"14\">" << Escape(title) << "</text>\n";
     svg << "<rect x=\"" << kLeft << "\" y=\"" << kTop << "\" width=\"" << kRight - kLeft << "\" height=\""
@@ -85,22 +89,23 @@ void Chart(std::ostringstream& svg, const TuningMode& mode, const LoadedTuning& 
     }
     for (uint32_t b = 0; b < bins; ++b) {
         const std::string bx = Num(x(bounds[b]));
-        svg << "<line class=\"bin\" x1=\"" << bx << "\" y1=\"" << kTop << "\" x2=\"" << bx << "\" y2=\"" << kBottom
-            << "\" stroke=\"#999\" stroke-dasharray=\"4 3\"/>\n";
+        svg << "<line class=\"bin\" x1=\"" << bx << "\" y1=\"" << kTop << "\" x2=\"" << bx << "\" y2=\""
+            << kBottom << "\" stroke=\"#999\" stroke-dasharray=\"4 3\"/>\n";
         svg << "<text x=\"" << bx << "\" y=\"" << kBottom + (b % 2 == 0 ? 14 : 26)
             << "\" text-anchor=\"middle\" font-size=\"10\">" << bounds[b] << "</text>\n";
     }
     for (size_t c = 0; c < mode.curves.size(); ++c) {
         const char* colour = kColours[c % std::size(kColours)];
-        svg << "<polyline class=\"curve\" fill=\"none\" stroke=\"" << colour << "\" stroke-width=\"2\" points=\"";
+        svg << "<polyline class=\"curve\" fill=\"none\" stroke=\"" << colour
+            << "\" stroke-width=\"2\" points=\"";
         size_t i = 0;
         for (double g : gains) {
             svg << (i == 0 ? "" : " ") << Num(x(g)) << "," << Num(y(values[i][c]));
             ++i;
         }
         svg << "\"/>\n";
-        svg << "<text x=\"" << kRight - 8 << "\" y=\"" << kTop + 16 + 14 * c << "\" text-anchor=\"end\" fill=\""
-            << colour << "\">" << mode.curves[c].key << "</text>\n";
+        svg << "<text x=\"" << kRight - 8 << "\" y=\"" << kTop + 16 + 14 * c
+            << "\" text-anchor=\"end\" fill=\"" << colour << "\">" << mode.curves[c].key << "</text>\n";
     }
     svg << "<text x=\"" << (kLeft + kRight) / 2 << "\" y=\"" << kBottom + 44 << "\" text-anchor=\"middle\">"
         << mode.gain_label << " (log scale; dashed: bin bounds)</text>\n";
@@ -113,18 +118,20 @@ int Plot(const TuningArgs& args, const std::string& output) {
     const TuningMode& mode = *FindTuningMode(args.mode);
     const std::unique_ptr<LoadedTuning> t = mode.load(args.file.c_str(), args.project.c_str());
     if (!t->accepted()) {
-        std::fprintf(stderr, "error: the %s loader refuses '%s' (project %s); vaitool check-config lists why\n",
+        std::fprintf(stderr,
+                     "error: the %s loader refuses '%s' (project %s); vaitool check-config lists why\n",
                      mode.name, args.file.c_str(), args.project.c_str());
         return 1;
     }
     const uint32_t charts = t->cameras();
     std::ostringstream svg;
     svg << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-        << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << kWidth << "\" height=\"" << charts * kChartHeight
-        << "\" viewBox=\"0 0 " << kWidth << " " << charts * kChartHeight
+        << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << kWidth << "\" height=\""
+        << charts * kChartHeight << "\" viewBox=\"0 0 " << kWidth << " " << charts * kChartHeight
         << "\" font-family=\"sans-serif\" font-size=\"11\">\n"
         << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
-    for (uint32_t cam = 0; cam < charts; ++cam) Chart(svg, mode, *t, cam, args.project, static_cast<int>(cam));
+    for (uint32_t cam = 0; cam < charts; ++cam)
+        Chart(svg, mode, *t, cam, args.project, static_cast<int>(cam));
     svg << "</svg>\n";
     std::ofstream out(output, std::ios::binary);
     out << svg.str();

@@ -8,8 +8,8 @@
 
 namespace vaitool {
 
-const std::vector<const char*> kProjectNumbers = {"LogLevel",   "processType", "DumpRangeIdx",
-                                                  "FrontCamNum", "RearCamNum", "SwitchFrameNum"};
+const std::vector<const char*> kProjectNumbers = {"LogLevel",    "processType", "DumpRangeIdx",
+                                                  "FrontCamNum", "RearCamNum",  "SwitchFrameNum"};
 
 namespace {
 
@@ -41,7 +41,9 @@ class Loaded : public LoadedTuning {
     uint32_t process_enable(uint32_t cam) const override { return cams_[cam].processEnable; }
     uint32_t bin_number(uint32_t cam) const override { return cams_[cam].BinNumber; }
     const uint32_t* iso_bins(uint32_t cam) const override { return cams_[cam].ISOBinIndex; }
-    std::vector<int> strengths(uint32_t cam, float gain) const override { return strengths_(cams_[cam], gain); }
+    std::vector<int> strengths(uint32_t cam, float gain) const override {
+        return strengths_(cams_[cam], gain);
+    }
 
   private:
     Cfg cfg_{};
@@ -68,13 +70,26 @@ const char kBlendLimit[] = "the most the back-end blends (network output only)";
 const char kByteLimit[] = "and only its low byte reaches the model";
 
 const std::vector<TuningMode> kModes = {
-    {1, "Qualcomm YUV", "ISO x DRC gain", 5, {"processEnable", "BoostValue", "BinNumber"},
+    {1,
+     "Qualcomm YUV",
+     "ISO x DRC gain",
+     5,
+     {"processEnable", "BoostValue", "BinNumber"},
      {"NrStrength", "ChromaNrStrength", "ISOBinIndex"},
-     {{"NrStrength", 64, kBlendLimit}, {"ChromaNrStrength", 64, kBlendLimit}}, 0, 64,
+     {{"NrStrength", 64, kBlendLimit}, {"ChromaNrStrength", 64, kBlendLimit}},
+     0,
+     64,
      &Loaded<QcomCfg, QcomCam, 5>::Load<&QcomCfg::cam, vai::qcom::SetDefaultCfg,
                                         QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom, QcomStrengths>},
-    {9, "MediaTek YUV", "ISO", 5, {"processEnable", "BoostValue4K", "BoostValue1080P", "BinNumber"},
-     {"NrStrength", "DetailStrength", "ISOBinIndex"}, {{"NrStrength", 255, kByteLimit}}, 0, 255,
+    {9,
+     "MediaTek YUV",
+     "ISO",
+     5,
+     {"processEnable", "BoostValue4K", "BoostValue1080P", "BinNumber"},
+     {"NrStrength", "DetailStrength", "ISOBinIndex"},
+     {{"NrStrength", 255, kByteLimit}},
+     0,
+     255,
      &Loaded<MtkYuvCfg, MtkYuvCam, 5>::Load<&MtkYuvCfg::camPars, vai::mtk_yuv::SetDefaultCfg,
                                             MTK_VAINR_YUV_PROC::LoadVAINRCfg_MTK, MtkYuvStrengths>},
 };

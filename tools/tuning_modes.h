@@ -34,8 +34,8 @@ class LoadedTuning {
 struct TuningMode {
     int mode;
     const char* name;
-    const char* gain_label;  // what the bin bounds are compared with
-    uint32_t max_cameras;    // entries of the record
+    const char* gain_label;                   // what the bin bounds are compared with
+    uint32_t max_cameras;                     // entries of the record
     std::vector<const char*> camera_numbers;  // per-camera keys besides the tables
     std::vector<const char*> camera_tables;   // per-camera arrays of BinNumber values
     std::vector<StrengthCurve> curves;        // in the order strengths() returns them
