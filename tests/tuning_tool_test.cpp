@@ -8,11 +8,13 @@
 #include <sys/wait.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -115,8 +117,15 @@ TEST(TuningTool, BrokenFiles) {
              d.AddMember("ProjectNameOf17By", copy, d.GetAllocator());
          },
          "", 1, "/ProjectNameOf17By", "error", true},
-        {"unknown key", 1, [](Document& d) { SetUint(d, C + "1/NrStrenght", 3); }, "", 0, C + "1/NrStrenght",
-         "warning", true},
+        {"unknown key", 1,
+         [](Document& d) {
+             SetUint(d, C + "1/NrStrenght", 3);
+             Value copy(d["DemoProject"], d.GetAllocator());
+             d.AddMember("ProjectNameOf16B", copy, d.GetAllocator());  // the longest a caller can select
+         },
+         "", 0, C + "1/NrStrenght", "warning", true},
+        {"table not an array", 9, [](Document& d) { SetUint(d, C + "2/DetailStrength", 5); }, "", 1,
+         C + "2/DetailStrength", "error", false},
         {"no such project", 9, [](Document&) {}, "-p Other", 1, "/Other", "error", false},
         {"empty camera array", 9,
          [](Document& d) { Pointer((P + "/VideoAIProcPars").c_str()).Set(d, Value(rapidjson::kArrayType)); },
@@ -174,7 +183,14 @@ TEST(TuningTool, SampleConfigsAreClean) {
 // Element counts of one chart.
 struct Chart {
     int curves = 0, bins = 0;
+    double frame[4] = {};         // the plot area's rectangle: left, top, right, bottom
+    int points = 0, outside = 0;  // curve points, and those off the plot area
 };
+
+double Attr(const std::string& tag, const std::string& name) {
+    const size_t at = tag.find(" " + name + "=\"");
+    return at == std::string::npos ? 0 : std::atof(tag.c_str() + at + name.size() + 3);
+}
 
 // A tag scan: every element closed in order, under one <svg>; the charts and what they hold.
 bool ScanSvg(const std::string& svg, std::vector<Chart>* charts) {
@@ -195,8 +211,22 @@ bool ScanSvg(const std::string& svg, std::vector<Chart>* charts) {
         had_root = true;
         if (name == "g" && tag.find("class=\"chart\"") != std::string::npos) charts->emplace_back();
         if (!charts->empty() && open.size() >= 2) {
-            charts->back().curves += name == "polyline" && tag.find("class=\"curve\"") != std::string::npos;
-            charts->back().bins += name == "line" && tag.find("class=\"bin\"") != std::string::npos;
+            Chart& c = charts->back();
+            c.curves += name == "polyline" && tag.find("class=\"curve\"") != std::string::npos;
+            c.bins += name == "line" && tag.find("class=\"bin\"") != std::string::npos;
+            if (name == "rect") {
+                c.frame[0] = Attr(tag, "x"), c.frame[1] = Attr(tag, "y");
+                c.frame[2] = c.frame[0] + Attr(tag, "width"), c.frame[3] = c.frame[1] + Attr(tag, "height");
+            }
+            const size_t points = tag.find("points=\"");
+            if (name == "polyline" && points != std::string::npos) {
+                std::istringstream in(tag.substr(points + 8));
+                double x, y;
+                for (char comma; in >> x >> comma >> y;) {
+                    c.points++;
+                    c.outside += x < c.frame[0] || x > c.frame[2] || y < c.frame[1] || y > c.frame[3];
+                }
+            }
         }
         if (tag.back() != '/') open.push_back(name);
     }
@@ -216,6 +246,8 @@ TEST(TuningTool, PlotSvgStructure) {
         ASSERT_EQ(charts.size(), project["RearCamNum"].GetUint() + project["FrontCamNum"].GetUint());
         for (size_t i = 0; i < charts.size(); ++i) {
             EXPECT_EQ(charts[i].curves, mode.second);
+            EXPECT_GT(charts[i].points, 0);
+            EXPECT_EQ(charts[i].outside, 0);
             EXPECT_EQ(charts[i].bins, static_cast<int>(project["VideoAIProcPars"][i]["BinNumber"].GetUint()));
         }
     }
