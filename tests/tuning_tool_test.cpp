@@ -177,6 +177,9 @@ TEST(TuningTool, SampleConfigsAreClean) {
         ASSERT_TRUE(report.IsObject()) << r.out;
         EXPECT_TRUE(report["loader_accepts"].GetBool());
         EXPECT_EQ(report["findings"].Size(), 0u) << r.out;
+        const std::string text =
+            Tool("check-config -m " + std::to_string(sample->second.first) + " " + entry.path().string()).out;
+        EXPECT_NE(text.find(": clean for mode"), std::string::npos) << text;
     }
 }
 
