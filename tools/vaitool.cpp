@@ -2,6 +2,8 @@
 //
 //   vaitool denoise [-i FILE] [-o FILE] [-W W] [-H H] [-b B] [-m M] [-n N] [-c FILE] [--model FILE...]
 //                   [-p NAME] [--iso N] [-g GAIN] [-t TYPE] [-l LEVEL]
+//   vaitool check-config -m M [-p NAME] [--json] FILE
+//   vaitool plot -m M [-p NAME] [-o FILE] FILE
 //   vaitool --version
 //
 // Without --input it synthesises a clip, so the tool does something real out of the box.
@@ -16,8 +18,10 @@
 #include <string>
 #include <vector>
 
+#include "check_config.h"
 #include "frame.h"
 #include "interface/VideoAIProc.h"
+#include "plot.h"
 
 namespace {
 
@@ -227,6 +231,10 @@ int main(int argc, char** argv) {
     denoise->add_option("-l,--log-level", opt.log_level, "library log threshold: 0 silent .. 5 verbose")
         ->check(CLI::Range(0, 5));
 
+    int tool_status = 0;
+    vaitool::RegisterCheckConfig(app, tool_status);
+    vaitool::RegisterPlot(app, tool_status);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
@@ -239,6 +247,7 @@ int main(int argc, char** argv) {
         app.exit(e);
         return 2;
     }
+    if (!denoise->parsed()) return tool_status;
     if (opt.log_level >= 0) g_log_level = static_cast<unsigned char>(opt.log_level);
     return Denoise(opt);
 }

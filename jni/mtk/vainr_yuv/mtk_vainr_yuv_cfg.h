@@ -45,6 +45,8 @@ constexpr int kProjectNameMax = 16;
 
 // The built-in defaults, for all five cameras.
 void SetDefaultCfg(MTK_VAINR_YUV_PROC::VAINR_CfgPars_* cfg);
+// Strength byte for sensor ISO `iso` from one camera's tables. BinNumber 0 counts as 1.
+uint8_t NrStrength(const MTK_VAINR_YUV_PROC::VAINR_CamPars_& cam, float iso);
 
 }  // namespace mtk_yuv
 }  // namespace vai

@@ -44,8 +44,6 @@ VAI_EXPORT int VAINR_Uninit(void* handle);
 namespace vai {
 namespace mtk_yuv {
 
-// Strength byte for sensor ISO `iso` from one camera's tables. BinNumber 0 counts as 1.
-uint8_t NrStrength(const MTK_VAINR_YUV_PROC::VAINR_CamPars_& cam, float iso);
 // Zoom-ratio scalar byte for the base zoom ratio of camera type `cam`.
 uint8_t ZoomScalar(int32_t cam, float base_zoom);
 

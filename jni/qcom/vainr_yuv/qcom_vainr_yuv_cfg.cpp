@@ -5,38 +5,7 @@
 #include "algocore/utils/json_utils.h"
 #include "algocore/utils/vai_log.h"
 
-using QCOM_VAINR_YUV_PROC::VAINR_CamPars_;
 using QCOM_VAINR_YUV_PROC::VAINR_CfgPars_;
-
-namespace vai {
-namespace qcom {
-
-void SetDefaultCfg(VAINR_CfgPars_* cfg) {
-    static const uint32_t kNr[] = {0, 12, 19, 25, 32, 38, 44, 51};
-    static const uint32_t kChroma[] = {32, 32, 32, 32, 32, 36, 38, 40};
-    // 9200, not 9600, is the tuned value.
-    static const uint32_t kIso[] = {800, 1600, 3200, 6400, 9200, 12800, 19200, 25600};
-    std::memset(cfg, 0, sizeof(*cfg));
-    cfg->processType = 0;
-    cfg->LogLevel = 1;
-    cfg->RearCamNum = 4;
-    cfg->FrontCamNum = 1;
-    cfg->SwitchFrameNum = 7;
-    cfg->DumpRangeIdx = 0;
-    for (int i = 0; i < kMaxCams; ++i) {
-        VAINR_CamPars_& c = cfg->cam[i];
-        c.camIdx = 0;
-        c.processEnable = 1;
-        c.BinNumber = 8;
-        c.BoostValue = 100;
-        std::memcpy(c.NrStrength, kNr, sizeof(kNr));
-        std::memcpy(c.ChromaNrStrength, kChroma, sizeof(kChroma));
-        std::memcpy(c.ISOBinIndex, kIso, sizeof(kIso));
-    }
-}
-
-}  // namespace qcom
-}  // namespace vai
 
 namespace QCOM_VAINR_YUV_PROC {
 

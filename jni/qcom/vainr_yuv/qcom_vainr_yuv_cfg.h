@@ -45,5 +45,14 @@ constexpr int kProjectNameMax = 16;
 // The built-in defaults, for all five cameras.
 void SetDefaultCfg(QCOM_VAINR_YUV_PROC::VAINR_CfgPars_* cfg);
 
+struct Strengths {
+    uint8_t y;
+    uint8_t uv;
+};
+
+// Luma and chroma strengths for gain `gain` from one camera's tables: the first or last bin outside
+// them, linear interpolation between two bins inside. BinNumber 0 counts as 1.
+Strengths ComputeStrengths(const QCOM_VAINR_YUV_PROC::VAINR_CamPars_& cam, float gain);
+
 }  // namespace qcom
 }  // namespace vai

@@ -447,41 +447,6 @@ namespace qcom {
 
 namespace {
 
-uint32_t Interpolate(uint32_t lo_strength, uint32_t hi_strength, uint32_t w_lo, uint32_t w_hi, uint32_t d) {
-    if (lo_strength == hi_strength) return hi_strength;
-    if (d == 0) return 0;
-    return (lo_strength * w_lo + hi_strength * w_hi) / d;
-}
-
-}  // namespace
-
-Strengths ComputeStrengths(const VAINR_CamPars_& e, float g) {
-    const uint32_t n = UsedBins(e.BinNumber, kMaxBins);
-    uint32_t y = 0, uv = 0;
-    if (g < static_cast<float>(e.ISOBinIndex[0])) {
-        y = e.NrStrength[0];
-        uv = e.ChromaNrStrength[0];
-    } else if (g >= static_cast<float>(e.ISOBinIndex[n - 1])) {
-        y = e.NrStrength[n - 1];
-        uv = e.ChromaNrStrength[n - 1];
-    } else {
-        for (uint32_t j = 0; j + 1 < n; ++j) {
-            if (g < static_cast<float>(e.ISOBinIndex[j + 1])) {
-                const uint32_t lo = e.ISOBinIndex[j], hi = e.ISOBinIndex[j + 1];
-                const uint32_t w_hi = TruncWeight(g - static_cast<float>(lo));
-                const uint32_t w_lo = TruncWeight(static_cast<float>(hi) - g);
-                const uint32_t d = hi - lo;
-                y = Interpolate(e.NrStrength[j], e.NrStrength[j + 1], w_lo, w_hi, d);
-                uv = Interpolate(e.ChromaNrStrength[j], e.ChromaNrStrength[j + 1], w_lo, w_hi, d);
-                break;
-            }
-        }
-    }
-    return {static_cast<uint8_t>(y), static_cast<uint8_t>(uv)};
-}
-
-namespace {
-
 int SwitchBody(VAINR_Ctx_* ctx, int cam) {
     VAI_HANDLE_& h = ctx->vai_handle;
     if (!ReleaseSession(ctx, true, "VAINR_ModelSwitch")) {

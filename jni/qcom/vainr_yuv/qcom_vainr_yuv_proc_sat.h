@@ -45,15 +45,6 @@ VAI_EXPORT int VAINR_Uninit(void* handle);
 namespace vai {
 namespace qcom {
 
-struct Strengths {
-    uint8_t y;
-    uint8_t uv;
-};
-
-// Luma and chroma strengths for gain `gain` from one camera's tables: the first or last bin outside
-// them, linear interpolation between two bins inside. BinNumber 0 counts as 1.
-Strengths ComputeStrengths(const QCOM_VAINR_YUV_PROC::VAINR_CamPars_& cam, float gain);
-
 // Results of the model-switch routine besides SDK_SUCCESS. The thread's result is discarded; they tell
 // tests and debuggers which step failed.
 constexpr int kSwitchSessionFailed = 3;  // CreateSession, or no interpreter
