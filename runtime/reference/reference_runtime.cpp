@@ -296,6 +296,8 @@ class Interpreter : public PXRT::Interpreter {
             Error("%s: OpenCV: %s", model_path ? model_path : "(null)", e.what());
         } catch (const std::exception& e) {
             Error("%s: %s", model_path ? model_path : "(null)", e.what());
+        } catch (...) {
+            Error("%s: unknown exception", model_path ? model_path : "(null)");
         }
         return kBadModel;
     }
@@ -343,6 +345,8 @@ class Interpreter : public PXRT::Interpreter {
             Error("Run %s: OpenCV: %s", s->model_path.c_str(), e.what());
         } catch (const std::exception& e) {
             Error("Run %s: %s", s->model_path.c_str(), e.what());
+        } catch (...) {
+            Error("Run %s: unknown exception", s->model_path.c_str());
         }
         return kInferenceFailed;
     }
