@@ -32,7 +32,7 @@ bool PositiveInt(const Value& v, const char* key, int* out) {
     return true;
 }
 
-bool ParseTensor(const Value& v, const std::string& where, TensorSpec* t, std::string* error) {
+bool ParseTensor(const Value& v, const std::string& where, TensorDesc* t, std::string* error) {
     auto fail = [&](const std::string& why) {
         *error = where + ": " + why;
         return false;
@@ -93,7 +93,7 @@ bool ParseTensor(const Value& v, const std::string& where, TensorSpec* t, std::s
     return true;
 }
 
-bool ParseTensors(const Value& root, const char* key, std::vector<TensorSpec>* out, std::string* error) {
+bool ParseTensors(const Value& root, const char* key, std::vector<TensorDesc>* out, std::string* error) {
     auto it = root.FindMember(key);
     if (it == root.MemberEnd() || !it->value.IsArray() || it->value.Empty() ||
         it->value.Size() > kMaxTensors) {
@@ -164,7 +164,7 @@ bool LoadManifest(const char* path, Manifest* manifest, std::string* error) {
         *error = where + ": " + why;
         return false;
     }
-    for (const TensorSpec& t : m.outputs) {
+    for (const TensorDesc& t : m.outputs) {
         if (t.layout == Layout::kUnused) {
             *error = where + ": output \"" + t.name + "\" cannot be \"unused\"";
             return false;

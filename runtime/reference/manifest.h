@@ -17,7 +17,7 @@ enum class Layout {
     kUnused,  // accepted and sized, never given to the network
 };
 
-struct TensorSpec {
+struct TensorDesc {
     std::string name;  // the network's input or output name
     size_t bytes = 0;
     Layout layout = Layout::kHwc;
@@ -29,7 +29,7 @@ struct TensorSpec {
 
 struct Manifest {
     std::string onnx_path;  // resolved against the manifest's directory
-    std::vector<TensorSpec> inputs, outputs;
+    std::vector<TensorDesc> inputs, outputs;
 };
 
 // Reads and checks `path`. On failure returns false with a one-line reason in `error`.

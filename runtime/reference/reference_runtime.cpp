@@ -137,21 +137,21 @@ void FromFloat(const float* in, size_t positions, size_t channels, double scale,
     }
 }
 
-size_t Positions(const TensorSpec& s) {
+size_t Positions(const TensorDesc& s) {
     return s.layout == Layout::kHwc ? static_cast<size_t>(s.height) * static_cast<size_t>(s.width)
                                     : static_cast<size_t>(s.count);
 }
 
-size_t Channels(const TensorSpec& s) {
+size_t Channels(const TensorDesc& s) {
     return s.layout == Layout::kHwc ? static_cast<size_t>(s.channels) : 1;
 }
 
-std::vector<int> BlobShape(const TensorSpec& s) {
+std::vector<int> BlobShape(const TensorDesc& s) {
     if (s.layout == Layout::kHwc) return {1, s.channels, s.height, s.width};
     return {1, s.count};
 }
 
-void BytesToBlob(const TensorSpec& s, const uint8_t* bytes, cv::Mat* blob) {
+void BytesToBlob(const TensorDesc& s, const uint8_t* bytes, cv::Mat* blob) {
     const size_t n = Positions(s), c = Channels(s);
     float* out = blob->ptr<float>();
     switch (s.type) {
@@ -163,7 +163,7 @@ void BytesToBlob(const TensorSpec& s, const uint8_t* bytes, cv::Mat* blob) {
     }
 }
 
-void BlobToBytes(const TensorSpec& s, const cv::Mat& blob, uint8_t* bytes) {
+void BlobToBytes(const TensorDesc& s, const cv::Mat& blob, uint8_t* bytes) {
     const size_t n = Positions(s), c = Channels(s);
     const float* in = blob.ptr<float>();
     switch (s.type) {
@@ -198,7 +198,7 @@ struct Session {
     // Feeds the input tensors' bytes (or zeros for the dry run) and runs the network.
     int Forward(const std::vector<const uint8_t*>& inputs) {
         for (size_t i = 0; i < manifest.inputs.size(); ++i) {
-            const TensorSpec& s = manifest.inputs[i];
+            const TensorDesc& s = manifest.inputs[i];
             if (s.layout == Layout::kUnused) continue;
             if (inputs[i] != nullptr) BytesToBlob(s, inputs[i], &in_blobs[i]);
             net.setInput(in_blobs[i], s.name);
@@ -277,10 +277,10 @@ class Interpreter : public PXRT::Interpreter {
             s->net = cv::dnn::readNetFromONNX(s->manifest.onnx_path);
             s->net.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
             s->net.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
-            for (const TensorSpec& t : s->manifest.inputs) {
+            for (const TensorDesc& t : s->manifest.inputs) {
                 s->in_blobs.emplace_back(BlobShape(t), CV_32F, cv::Scalar(0));
             }
-            for (const TensorSpec& t : s->manifest.outputs) s->out_names.push_back(t.name);
+            for (const TensorDesc& t : s->manifest.outputs) s->out_names.push_back(t.name);
             // A dry run on zeros: names and shapes that do not fit the network fail here, not per frame.
             const int ret = s->Forward(std::vector<const uint8_t*>(s->manifest.inputs.size(), nullptr));
             if (ret != kOk) return ret;
@@ -388,30 +388,30 @@ class Interpreter : public PXRT::Interpreter {
     int Size(void* session, size_t index, size_t* bytes, bool input, const char* op) {
         Session* s = Find(session, op);
         if (s == nullptr) return kBadArgument;
-        const std::vector<TensorSpec>& specs = input ? s->manifest.inputs : s->manifest.outputs;
-        if (bytes == nullptr || index >= specs.size()) {
-            Error("%s: index %zu of %zu, or null result pointer", op, index, specs.size());
+        const std::vector<TensorDesc>& descs = input ? s->manifest.inputs : s->manifest.outputs;
+        if (bytes == nullptr || index >= descs.size()) {
+            Error("%s: index %zu of %zu, or null result pointer", op, index, descs.size());
             return kBadArgument;
         }
-        *bytes = specs[index].bytes;
+        *bytes = descs[index].bytes;
         return kOk;
     }
 
     // Tensor array against the manifest: count, tensors of this runtime, byte sizes.
     template <typename Ptr>
-    static bool Check(const Session& s, const PXRT::TensorArray& array, const std::vector<TensorSpec>& specs,
+    static bool Check(const Session& s, const PXRT::TensorArray& array, const std::vector<TensorDesc>& descs,
                       const char* what, std::vector<Ptr>* data) {
-        if (array.size() != specs.size()) {
+        if (array.size() != descs.size()) {
             Error("Run %s: %zu %s tensors given, the manifest has %zu", s.model_path.c_str(), array.size(), what,
-                  specs.size());
+                  descs.size());
             return false;
         }
         for (size_t i = 0; i < array.size(); ++i) {
             auto* t = dynamic_cast<Tensor*>(array[i].get());
-            if (t == nullptr || t->bytes() != specs[i].bytes) {
+            if (t == nullptr || t->bytes() != descs[i].bytes) {
                 Error("Run %s: %s %zu is %s, the manifest says %zu bytes", s.model_path.c_str(), what, i,
                       t == nullptr ? "missing or foreign" : (std::to_string(t->bytes()) + " bytes").c_str(),
-                      specs[i].bytes);
+                      descs[i].bytes);
                 return false;
             }
             data->push_back(t->data());
@@ -430,10 +430,10 @@ PXRT::ITensor* CreateTensor(bool input, void* session, size_t bytes, int32_t ind
             Error("%s: %p is not a live session", op, session);
             return nullptr;
         }
-        const std::vector<TensorSpec>& specs = input ? s->manifest.inputs : s->manifest.outputs;
-        if (index < 0 || static_cast<size_t>(index) >= specs.size() || specs[index].bytes != bytes) {
+        const std::vector<TensorDesc>& descs = input ? s->manifest.inputs : s->manifest.outputs;
+        if (index < 0 || static_cast<size_t>(index) >= descs.size() || descs[index].bytes != bytes) {
             Error("%s: tensor %d of %zu bytes does not fit %s (%zu tensors)", op, index, bytes, s->model_path.c_str(),
-                  specs.size());
+                  descs.size());
             return nullptr;
         }
         return Tensor::Create(bytes, buffer, fd);
