@@ -111,6 +111,8 @@ TEST(ReferenceRuntime, ManifestsAndTheirErrors) {
         {"no inputs", Manifest(kLuma, "", Hwc("denoised", 8, 12, 4)), nullptr, "\"inputs\" must be an array"},
         {"nameless", Manifest(kLuma, "{\"bytes\": 4, \"layout\": \"unused\"}", Hwc("d", 8, 12, 4)), nullptr,
          "inputs[0]: \"name\" must be a string"},
+        {"no bytes", Manifest(kLuma, Hwc("packed", 8, 12, 4) + ",{\"name\": \"s\", \"bytes\": 0, \"layout\": \"unused\"}",
+                              Hwc("d", 8, 12, 4)), nullptr, "inputs[1]: \"bytes\" must be a positive integer"},
         {"bytes off", Manifest(kLuma, Hwc("packed", 8, 12, 4, {{"bytes", "100"}}), Hwc("d", 8, 12, 4)), nullptr,
          "\"bytes\" is 100 but the layout holds 384"},
         {"unknown layout", Manifest(kLuma, Hwc("packed", 8, 12, 4, {{"layout", "\"chw\""}}), Hwc("d", 8, 12, 4)),
