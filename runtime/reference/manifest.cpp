@@ -1,0 +1,177 @@
+#include "manifest.h"
+
+#include <rapidjson/document.h>
+#include <rapidjson/error/en.h>
+#include <rapidjson/filereadstream.h>
+
+#include <cstdio>
+#include <memory>
+
+namespace pxrt_ref {
+
+namespace {
+
+// More tensors than any session of the library's back-ends uses.
+constexpr size_t kMaxTensors = 8;
+
+using rapidjson::Value;
+
+struct TypeName {
+    const char* name;
+    ElementType type;
+};
+constexpr TypeName kTypes[] = {{"uint8", ElementType::kUint8},   {"int8", ElementType::kInt8},
+                               {"uint16", ElementType::kUint16}, {"int16", ElementType::kInt16},
+                               {"float32", ElementType::kFloat32}};
+
+// A positive integer member that fits an int.
+bool PositiveInt(const Value& v, const char* key, int* out) {
+    auto it = v.FindMember(key);
+    if (it == v.MemberEnd() || !it->value.IsInt() || it->value.GetInt() <= 0) return false;
+    *out = it->value.GetInt();
+    return true;
+}
+
+bool ParseTensor(const Value& v, const std::string& where, TensorDesc* t, std::string* error) {
+    auto fail = [&](const std::string& why) {
+        *error = where + ": " + why;
+        return false;
+    };
+    if (!v.IsObject()) return fail("not an object");
+    auto name = v.FindMember("name");
+    if (name == v.MemberEnd() || !name->value.IsString()) return fail("\"name\" must be a string");
+    t->name = name->value.GetString();
+    auto bytes = v.FindMember("bytes");
+    if (bytes == v.MemberEnd() || !bytes->value.IsUint64() || bytes->value.GetUint64() == 0) {
+        return fail("\"bytes\" must be a positive integer");
+    }
+    t->bytes = bytes->value.GetUint64();
+
+    auto type = v.FindMember("type");
+    if (type != v.MemberEnd()) {
+        bool known = false;
+        for (const TypeName& tn : kTypes) {
+            if (type->value.IsString() && type->value.GetString() == std::string(tn.name)) {
+                t->type = tn.type;
+                known = true;
+            }
+        }
+        if (!known) return fail("\"type\" must be uint8, int8, uint16, int16 or float32");
+    }
+    auto scale = v.FindMember("scale");
+    if (scale != v.MemberEnd()) {
+        if (!scale->value.IsNumber() || !(scale->value.GetDouble() > 0)) {
+            return fail("\"scale\" must be a positive number");
+        }
+        t->scale = scale->value.GetDouble();
+    }
+
+    auto layout = v.FindMember("layout");
+    const std::string kind = layout != v.MemberEnd() && layout->value.IsString() ? layout->value.GetString() : "";
+    size_t elements = 0;
+    if (kind == "hwc") {
+        t->layout = Layout::kHwc;
+        if (!PositiveInt(v, "height", &t->height) || !PositiveInt(v, "width", &t->width) ||
+            !PositiveInt(v, "channels", &t->channels)) {
+            return fail("\"hwc\" needs positive \"height\", \"width\" and \"channels\"");
+        }
+        elements = static_cast<size_t>(t->height) * static_cast<size_t>(t->width) * static_cast<size_t>(t->channels);
+    } else if (kind == "vector") {
+        t->layout = Layout::kVector;
+        if (!PositiveInt(v, "count", &t->count)) return fail("\"vector\" needs a positive \"count\"");
+        elements = static_cast<size_t>(t->count);
+    } else if (kind == "unused") {
+        t->layout = Layout::kUnused;
+        return true;
+    } else {
+        return fail("\"layout\" must be \"hwc\", \"vector\" or \"unused\"");
+    }
+    if (elements * ElementSize(t->type) != t->bytes) {
+        return fail("\"bytes\" is " + std::to_string(t->bytes) + " but the layout holds " +
+                    std::to_string(elements * ElementSize(t->type)));
+    }
+    return true;
+}
+
+bool ParseTensors(const Value& root, const char* key, std::vector<TensorDesc>* out, std::string* error) {
+    auto it = root.FindMember(key);
+    if (it == root.MemberEnd() || !it->value.IsArray() || it->value.Empty() ||
+        it->value.Size() > kMaxTensors) {
+        *error = std::string("\"") + key + "\" must be an array of 1 to " + std::to_string(kMaxTensors) +
+                 " tensors";
+        return false;
+    }
+    out->resize(it->value.Size());
+    for (rapidjson::SizeType i = 0; i < it->value.Size(); ++i) {
+        if (!ParseTensor(it->value[i], std::string(key) + "[" + std::to_string(i) + "]", &(*out)[i], error)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+size_t ElementSize(ElementType type) {
+    switch (type) {
+        case ElementType::kUint8:
+        case ElementType::kInt8:
+            return 1;
+        case ElementType::kUint16:
+        case ElementType::kInt16:
+            return 2;
+        case ElementType::kFloat32:
+            return 4;
+    }
+    return 1;
+}
+
+bool LoadManifest(const char* path, Manifest* manifest, std::string* error) {
+    const std::string where = std::string("manifest ") + (path ? path : "(null)");
+    std::unique_ptr<FILE, int (*)(FILE*)> file(path && *path ? std::fopen(path, "rb") : nullptr, &std::fclose);
+    if (!file) {
+        *error = "cannot open " + where;
+        return false;
+    }
+    char buffer[4096];
+    rapidjson::FileReadStream stream(file.get(), buffer, sizeof(buffer));
+    rapidjson::Document doc;
+    doc.ParseStream<rapidjson::kParseCommentsFlag | rapidjson::kParseFullPrecisionFlag>(stream);
+    if (doc.HasParseError()) {
+        *error = where + ": JSON error at offset " + std::to_string(doc.GetErrorOffset()) + ": " +
+                 rapidjson::GetParseError_En(doc.GetParseError());
+        return false;
+    }
+    if (!doc.IsObject()) {
+        *error = where + ": not a JSON object";
+        return false;
+    }
+    auto onnx = doc.FindMember("onnx");
+    if (onnx == doc.MemberEnd() || !onnx->value.IsString() || onnx->value.GetStringLength() == 0) {
+        *error = where + ": \"onnx\" must name the network file";
+        return false;
+    }
+    std::string onnx_path = onnx->value.GetString();
+    const std::string manifest_path = path;
+    const size_t slash = manifest_path.rfind('/');
+    if (onnx_path[0] != '/' && slash != std::string::npos) {
+        onnx_path = manifest_path.substr(0, slash + 1) + onnx_path;
+    }
+    Manifest m;
+    m.onnx_path = onnx_path;
+    std::string why;
+    if (!ParseTensors(doc, "inputs", &m.inputs, &why) || !ParseTensors(doc, "outputs", &m.outputs, &why)) {
+        *error = where + ": " + why;
+        return false;
+    }
+    for (const TensorDesc& t : m.outputs) {
+        if (t.layout == Layout::kUnused) {
+            *error = where + ": output \"" + t.name + "\" cannot be \"unused\"";
+            return false;
+        }
+    }
+    *manifest = std::move(m);
+    return true;
+}
+
+}  // namespace pxrt_ref
