@@ -42,7 +42,8 @@ void BM_MtkRawProcessVsMemcpy(benchmark::State& state) {
     init.algo_mode = 10;
     void* handle = raw::VAINR_Init(&init);
     if (handle == nullptr || raw::VAINR_Model_Init(handle, &init) != 0) {
-        state.SkipWithError("VAINR_Init or VAINR_Model_Init failed");  // a failed model set-up frees the handle
+        state.SkipWithError(
+            "VAINR_Init or VAINR_Model_Init failed");  // a failed model set-up frees the handle
         return;
     }
     std::vector<unsigned char> in_buf(frame_bytes, 0x40), out_buf(frame_bytes);

@@ -28,7 +28,8 @@ const std::string kCam = R"({"processEnable": 1, "BoostValue": 100, "BinNumber":
     "ISOBinIndex": [800, 1600, 3200, 6400, 9200, 12800, 19200, 25600]})";
 
 // Project "TestProject", by default four cameras holding the built-in values.
-std::string Json(const std::string& head = kHead, const std::vector<std::string>& cams = {kCam, kCam, kCam, kCam}) {
+std::string Json(const std::string& head = kHead,
+                 const std::vector<std::string>& cams = {kCam, kCam, kCam, kCam}) {
     std::string list;
     for (const std::string& c : cams) list += (list.empty() ? "" : ",\n") + c;
     return "// test file\n{\"TestProject\": {" + head + ",\n\"VideoAIProcPars\": [" + list + "]}}\n";
@@ -63,7 +64,8 @@ class MtkRawCfgTest : public ::testing::Test {
 // keeps every default.
 TEST_F(MtkRawCfgTest, SampleFileAndPartialTables) {
     cfg_ = Defaults();
-    ASSERT_TRUE(raw::LoadVAINRCfg_MTK(VAI_TEST_SOURCE_DIR "/configs/mtk_vainr_raw.json", "DemoProject", &cfg_));
+    ASSERT_TRUE(
+        raw::LoadVAINRCfg_MTK(VAI_TEST_SOURCE_DIR "/configs/mtk_vainr_raw.json", "DemoProject", &cfg_));
     raw::VAINR_CfgPars_ expected = Defaults();
     for (uint32_t i = 0; i < 4; ++i) expected.camPars[i].camId = i;
     EXPECT_EQ(std::memcmp(&cfg_, &expected, sizeof(cfg_)), 0);
@@ -72,9 +74,10 @@ TEST_F(MtkRawCfgTest, SampleFileAndPartialTables) {
         "NrStrength": [1, 2, 99], "DetailStrength": [4, 5], "ISOBinIndex": [10, 20]})";
     ASSERT_TRUE(Load(Json(Set(kHead, "RearCamNum", "1"), {kCam, cam, "{}"})));
     const raw::VAINR_CamPars_& c = cfg_.camPars[1];
-    EXPECT_EQ((std::vector<uint32_t>{c.camId, c.processEnable, c.BoostValue, c.NrStrength[1], c.NrStrength[2],
-                                     c.DetailStrength[1], c.DetailStrength[2], c.ISOBinIndex[1], c.ISOBinIndex[2]}),
-              (std::vector<uint32_t>{1, 0, 44, 2, 76, 5, 127, 20, 3200}));
+    EXPECT_EQ(
+        (std::vector<uint32_t>{c.camId, c.processEnable, c.BoostValue, c.NrStrength[1], c.NrStrength[2],
+                               c.DetailStrength[1], c.DetailStrength[2], c.ISOBinIndex[1], c.ISOBinIndex[2]}),
+        (std::vector<uint32_t>{1, 0, 44, 2, 76, 5, 127, 20, 3200}));
     EXPECT_EQ(std::memcmp(&cfg_.camPars[2], &expected.camPars[0], sizeof(c)), 0);
     ASSERT_TRUE(Load(Set(Set(Json(), "FrontCamNum", "0"), "RearCamNum", "0")));
     const raw::VAINR_CfgPars_ defaults = Defaults();
@@ -84,24 +87,28 @@ TEST_F(MtkRawCfgTest, SampleFileAndPartialTables) {
 
 TEST_F(MtkRawCfgTest, RejectsBadFiles) {
     std::vector<std::pair<std::string, std::string>> cases;  // file, a line it must log
-    for (const std::string key : {"LogLevel", "processType", "DumpRangeIdx", "FrontCamNum", "RearCamNum",
-                                  "SwitchFrameNum", "processEnable", "BinNumber", "NrStrength", "DetailStrength",
-                                  "ISOBinIndex"}) {
+    for (const std::string key :
+         {"LogLevel", "processType", "DumpRangeIdx", "FrontCamNum", "RearCamNum", "SwitchFrameNum",
+          "processEnable", "BinNumber", "NrStrength", "DetailStrength", "ISOBinIndex"}) {
         cases.emplace_back(Edit(Json(), "\"" + key + "\"", "\"x\""), "");
     }
-    cases.insert(cases.end(), {
-        {Edit(Json(), "\"BoostValue\"", "\"BoostValue4K\""), ""},
-        {Edit(Json(), "\"VideoAIProcPars\"", "\"x\""), "TestProject project have no \"VideoAIProcPars\" in "},
-        {Set(Json(), "BinNumber", "0"), "BinNumber of camera 3 is 0 in "},
-        {Set(Json(), "BinNumber", "17"), "BinNumber(17) of camera 3 exceeds 16 bins"},
-        {Json(kHead, {kCam, kCam, kCam}), "exceeds the 4 cameras of the record or the 3 entries"},
-        {Set(Json(kHead, std::vector<std::string>(5, kCam)), "FrontCamNum", "2"), "RearCamNum(3) + FrontCamNum(2)"},
-        {Set(Json(), "RearCamNum", "4294967295"), "exceeds the 4 cameras"},  // wraps to 0 in 32 bits
-        {Edit(Json(), "[800,", "[\"800\","), ""},
-        {"{\"OtherProject\": {\"LogLevel\": 4}}", ""},
-        {"{\"TestProject\": []}", ""},
-        {"{ not json", ""},
-    });
+    cases.insert(
+        cases.end(),
+        {
+            {Edit(Json(), "\"BoostValue\"", "\"BoostValue4K\""), ""},
+            {Edit(Json(), "\"VideoAIProcPars\"", "\"x\""),
+             "TestProject project have no \"VideoAIProcPars\" in "},
+            {Set(Json(), "BinNumber", "0"), "BinNumber of camera 3 is 0 in "},
+            {Set(Json(), "BinNumber", "17"), "BinNumber(17) of camera 3 exceeds 16 bins"},
+            {Json(kHead, {kCam, kCam, kCam}), "exceeds the 4 cameras of the record or the 3 entries"},
+            {Set(Json(kHead, std::vector<std::string>(5, kCam)), "FrontCamNum", "2"),
+             "RearCamNum(3) + FrontCamNum(2)"},
+            {Set(Json(), "RearCamNum", "4294967295"), "exceeds the 4 cameras"},  // wraps to 0 in 32 bits
+            {Edit(Json(), "[800,", "[\"800\","), ""},
+            {"{\"OtherProject\": {\"LogLevel\": 4}}", ""},
+            {"{\"TestProject\": []}", ""},
+            {"{ not json", ""},
+        });
     for (const auto& [json, line] : cases) {
         log_.Clear();
         EXPECT_FALSE(Load(json)) << json;
@@ -190,7 +197,8 @@ TEST_F(MtkRawTest, ModelSetUp) {
         }
         EXPECT_EQ(tensors, expected);
         // The first parameter tensor is listed twice: its first place is the frame's.
-        for (const PXRT::TensorArray* a : {&Ctx()->vai_handle.input_tensors[0], &Ctx()->vai_handle.output_tensors[0]}) {
+        for (const PXRT::TensorArray* a :
+             {&Ctx()->vai_handle.input_tensors[0], &Ctx()->vai_handle.output_tensors[0]}) {
             EXPECT_TRUE(a->empty() || (a->size() >= 2 && (*a)[0] == (*a)[1]));
         }
         EXPECT_EQ(raw::VAINR_Uninit(std::exchange(handle_, nullptr)), SDK_SUCCESS);
@@ -208,8 +216,12 @@ TEST_F(MtkRawTest, FailedModelSetUpDestroysTheHandle) {
         [] { pxrt_test::Fail(Op::kGetSessionInputSize, 7, 1); },
         [] { pxrt_test::Fail(Op::kGetSessionOutputNumber, 7); },
         [] { pxrt_test::Fail(Op::kGetSessionOutputSize, 7); },
-        [] { pxrt_test::SetDefaultLayout({{64, 1, 1, 1, 1}, {64}}); },
-        [] { pxrt_test::SetDefaultLayout({{64}, {64, 1, 1, 1, 1}}); },
+        [] {
+            pxrt_test::SetDefaultLayout({{64, 1, 1, 1, 1}, {64}});
+        },
+        [] {
+            pxrt_test::SetDefaultLayout({{64}, {64, 1, 1, 1, 1}});
+        },
         [this] { Ctx()->vai_handle.interpreter.reset(), pxrt_test::Fail(Op::kCreateInterpreter, 0); },
         [&init] { init.p.cam_type = 4; },
         [&init] { init.p.cam_type = -1; },
@@ -259,9 +271,9 @@ TEST_F(MtkRawFrameTest, StrengthBytes) {
     Start({{64, 20, 8}, {64}});
     int32_t ext[] = {300, -200}, ext2[] = {-5, 6};
     const std::tuple<int, float, float, int32_t*, int8_t, int8_t> cases[] = {
-        {0, 100, 1, ext, 127, -128},    {0, 100, 1, ext2, -5, 6},     {0, 100, 1, nullptr, -128, 25},
-        {0, 1200, 2, nullptr, -65, 5},  {0, 25600, 1, nullptr, 76, -65}, {0, 1e9f, 1, nullptr, 76, -65},
-        {0, 1200, 1, nullptr, -103, 18},  {1, 10, 1, nullptr, -88, 72},   {1, 5000, 1, nullptr, -88, 72},
+        {0, 100, 1, ext, 127, -128},     {0, 100, 1, ext2, -5, 6},        {0, 100, 1, nullptr, -128, 25},
+        {0, 1200, 2, nullptr, -65, 5},   {0, 25600, 1, nullptr, 76, -65}, {0, 1e9f, 1, nullptr, 76, -65},
+        {0, 1200, 1, nullptr, -103, 18}, {1, 10, 1, nullptr, -88, 72},    {1, 5000, 1, nullptr, -88, 72},
     };
     for (const auto& [cam, iso, drc, ext_pars, nr, ee] : cases) {
         ASSERT_EQ(Process(cam, iso, drc, ext_pars), SDK_SUCCESS);
@@ -276,7 +288,8 @@ TEST_F(MtkRawFrameTest, StrengthBytes) {
 // caller's buffers and descriptors.
 TEST_F(MtkRawFrameTest, WhatEachInputReceives) {
     in_->img()->fd[0] = 21, out_->img()->fd[0] = 22;
-    const auto in = reinterpret_cast<intptr_t>(in_->plane(0)), out = reinterpret_cast<intptr_t>(out_->plane(0));
+    const auto in = reinterpret_cast<intptr_t>(in_->plane(0)),
+               out = reinterpret_cast<intptr_t>(out_->plane(0));
     int32_t ext[] = {-3, 9};
     const std::pair<pxrt_test::SessionLayout, std::vector<std::vector<uint8_t>>> cases[] = {
         {{{96}, {48}}, {}},
@@ -298,7 +311,8 @@ TEST_F(MtkRawFrameTest, WhatEachInputReceives) {
             }
             EXPECT_EQ(tensors, (Rows{{1, in, 96, 0, 1, 11, 21, 0}, {1, out, 48, 0, 1, 11, 22, 0}}));
             EXPECT_EQ(pxrt_test::Calls(Op::kRun).at(0).result, 0);
-            EXPECT_EQ(pxrt_test::LiveObjects().tensors, int64_t(layout.input_bytes.size() + layout.output_bytes.size()));
+            EXPECT_EQ(pxrt_test::LiveObjects().tensors,
+                      int64_t(layout.input_bytes.size() + layout.output_bytes.size()));
         }
         for (size_t i = 0; i < params.size(); ++i) EXPECT_EQ(Bytes(i + 1, 16), params[i]);
         EXPECT_EQ(Video_AI_Proc_Uninit(std::exchange(handle_, nullptr)), SDK_SUCCESS);
@@ -308,12 +322,16 @@ TEST_F(MtkRawFrameTest, WhatEachInputReceives) {
 // Frames in inaccessible pages: the processor neither reads nor writes a single frame byte.
 TEST_F(MtkRawFrameTest, NoFrameByteCopiedOnTheProcessor) {
     Start({{64, 16, 16}, {64}});
-    for (auto* f : {&in_, &out_}) *f = std::make_unique<qcom_test::Frame>(vai_frame::Format{64, 32, 10, 1}, vai_frame::Memory::kGuarded);
+    for (auto* f : {&in_, &out_})
+        *f =
+            std::make_unique<qcom_test::Frame>(vai_frame::Format{64, 32, 10, 1}, vai_frame::Memory::kGuarded);
     const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
     auto protect = [&](int prot) {
         for (auto* f : {in_.get(), out_.get()}) {
             const auto from = reinterpret_cast<uintptr_t>(f->plane(0)) & ~(page - 1);
-            ASSERT_EQ(mprotect(reinterpret_cast<void*>(from), reinterpret_cast<uintptr_t>(f->plane(0)) + f->plane_bytes(0) - from, prot), 0);
+            ASSERT_EQ(mprotect(reinterpret_cast<void*>(from),
+                               reinterpret_cast<uintptr_t>(f->plane(0)) + f->plane_bytes(0) - from, prot),
+                      0);
         }
     };
     protect(PROT_NONE);
@@ -330,10 +348,11 @@ TEST_F(MtkRawFrameTest, CopyPathsAndStatuses) {
     EXPECT_EQ(Process(0), SDK_INVALID_MODEL_ERR);
     EXPECT_TRUE(*out_ == *qcom_test::MakeFrame(16, 8, 0, 0, 8));
     const std::vector<std::pair<int, std::function<void()>>> cases = {
-        {3, [] {}},                                                  // disabled
-        {4, [] {}}, {-1, [] {}},                                     // outside the record
+        {3, [] {}},  // disabled
+        {4, [] {}},
+        {-1, [] {}},                                                     // outside the record
         {0, [] { pxrt_test::Fail(Op::kCreateOutputTensor, 0, 0, 1); }},  // no frame tensor
-        {0, [this] { Video_AI_Model_Uninit(handle_); }},              // no session
+        {0, [this] { Video_AI_Model_Uninit(handle_); }},                 // no session
     };
     for (const auto& [cam, before] : cases) {
         before();

@@ -24,7 +24,8 @@ inline uint32_t TruncWeight(float v) {
 // Where a gain falls in a table of ascending bin bounds, and the weights of the two bins around it.
 struct IsoBinPos {
     enum Kind { kFirst, kLast, kBetween, kNone } kind = kNone;  // kNone: no bin (a NaN gain)
-    uint32_t lo = 0;  // kBetween: the lower of the two bins
+    // The bin taken, or for kBetween the lower of the two.
+    uint32_t lo = 0;
     uint32_t w_lo = 0, w_hi = 0, range = 0;
 };
 

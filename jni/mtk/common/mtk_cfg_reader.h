@@ -15,8 +15,8 @@ constexpr int kProjectNameMax = 16;
 constexpr uint32_t kMaxBins = 16;
 
 struct CfgLimits {
-    uint32_t max_cams;     // entries of the record's camPars
-    bool zero_bins_ok;     // false: BinNumber 0 refuses the file
+    uint32_t max_cams;  // entries of the record's camPars
+    bool zero_bins_ok;  // false: BinNumber 0 refuses the file
 };
 
 // The member of `doc` named by `project` (read up to kProjectNameMax bytes), or a null value; false

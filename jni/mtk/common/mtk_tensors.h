@@ -21,7 +21,8 @@ constexpr size_t kMaxParamBytes = 255;
 // through the processor. Null when the runtime refuses.
 inline std::shared_ptr<PXRT::ITensor> WrapPlane0(PXRTCreateTensorFn create, void* session, size_t bytes,
                                                  int32_t kind, const vAIPROC::VAI_IMG_* img) {
-    return std::shared_ptr<PXRT::ITensor>(create(session, bytes, 0, 1, kind, img->plane_addr[0], img->fd[0], 0));
+    return std::shared_ptr<PXRT::ITensor>(
+        create(session, bytes, 0, 1, kind, img->plane_addr[0], img->fd[0], 0));
 }
 
 // Puts the frame's tensor into element 0 of a tensor list.

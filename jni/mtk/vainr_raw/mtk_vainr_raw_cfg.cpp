@@ -38,9 +38,10 @@ namespace MTK_VAINR_RAW_PROC {
 bool LoadVAINRCfg_MTK(const char* cfgFile, const char* project, VAINR_CfgPars_* pars) {
     // BinNumber 0 would make the upper clamp read before the table.
     const vai::mtk::CfgLimits limits{vai::mtk_raw::kMaxCams, false};
-    return vai::mtk::LoadCfg(cfgFile, project, pars, limits, [](const rapidjson::Value& entry, VAINR_CamPars_& c) {
-        return JsonGet(entry, "BoostValue", c.BoostValue);
-    });
+    return vai::mtk::LoadCfg(cfgFile, project, pars, limits,
+                             [](const rapidjson::Value& entry, VAINR_CamPars_& c) {
+                                 return JsonGet(entry, "BoostValue", c.BoostValue);
+                             });
 }
 
 }  // namespace MTK_VAINR_RAW_PROC

@@ -10,9 +10,9 @@ namespace MTK_VAINR_RAW_PROC {
 // Per camera type.
 struct VAINR_CamPars_ {
     uint32_t camId;
-    uint32_t processEnable;  // 0: frames of this camera type are copied unchanged
-    uint32_t BinNumber;      // ISO bins used from the three tables, 1..16
-    uint32_t BoostValue;     // session options
+    uint32_t processEnable;       // 0: frames of this camera type are copied unchanged
+    uint32_t BinNumber;           // ISO bins used from the three tables, 1..16
+    uint32_t BoostValue;          // session options
     uint32_t NrStrength[16];      // 0..255, handed to the model as signed bytes (value - 128)
     uint32_t DetailStrength[16];  // likewise, for models with a detail input
     uint32_t ISOBinIndex[16];     // upper gain bound of each bin, ascending

@@ -90,8 +90,8 @@ bool SetUpSession(VAINR_Ctx_* ctx, const char* model, const PXRT::SessionOptions
     PXRT::Interpreter* interp = h.interpreter.get();
     const int ret = interp->CreateSession(model, kDevice, &ctx->m_session[0], &options, kSessionFlags);
     if (ret != 0 || ctx->m_session[0] == nullptr) {
-        VAI_LOGE("CreateSession failed, return value:%d, session addr:%p, model path:%s", ret, ctx->m_session[0],
-                 model);
+        VAI_LOGE("CreateSession failed, return value:%d, session addr:%p, model path:%s", ret,
+                 ctx->m_session[0], model);
         return false;
     }
     void* session = ctx->m_session[0];
@@ -239,7 +239,8 @@ int VAINR_Model_Init(void* handle, const InitParams_* init_pars) {
         VAINR_Uninit(ctx);
         return -1;
     }
-    const PXRT::SessionOptions options{{}, {2, 0, 1}, static_cast<int32_t>(ctx->cfg.camPars[cam].BoostValue), 0, 0};
+    const PXRT::SessionOptions options{
+        {}, {2, 0, 1}, static_cast<int32_t>(ctx->cfg.camPars[cam].BoostValue), 0, 0};
     VAI_LOGV("BoostValue is %d", options.boost);
     VAI_HANDLE_& h = ctx->vai_handle;
     if (!h.interpreter) {
@@ -312,8 +313,8 @@ int VAINR_Process(void* handle, VAI_IMG_* out_img, VAI_IMG_* in_img, const ProcP
     if (ctx->dump_pars.dump_enable) Dump(ctx, in_img, "s[%d]_mtk_raw_vainr_in", cam);
 
     // Zero copy: the runtime reads and writes the caller's buffers through their descriptors.
-    auto in_t = vai::mtk::WrapPlane0(mPXRTCreateInTensorFunc, session, h.mInputTensorByteSize[0][0], kFrameKind,
-                                     in_img);
+    auto in_t = vai::mtk::WrapPlane0(mPXRTCreateInTensorFunc, session, h.mInputTensorByteSize[0][0],
+                                     kFrameKind, in_img);
     auto out_t = vai::mtk::WrapPlane0(mPXRTCreateOutTensorFunc, session, h.mOutputTensorByteSize[0][0],
                                       kFrameKind, out_img);
     if (!in_t || !out_t) {
@@ -330,7 +331,8 @@ int VAINR_Process(void* handle, VAI_IMG_* out_img, VAI_IMG_* in_img, const ProcP
         ee = Clamp8(ext[1]);
     } else {
         VAI_LOGE("extend input parameters is nullptr in lirp project! Use adaptive calculate!");
-        VAI_LOGV("aec info: luxIdx(%f), iso(%f), drc_gain(%f)", params->lux_idx, params->iso, params->drc_gain);
+        VAI_LOGV("aec info: luxIdx(%f), iso(%f), drc_gain(%f)", params->lux_idx, params->iso,
+                 params->drc_gain);
         Strengths(c, params->iso * params->drc_gain, &nr, &ee);
     }
     VAI_LOGI("nr_strength is %d, ee_strength is %d", nr, ee);

@@ -22,7 +22,7 @@ struct VAINR_Owned_ {
 struct VAINR_Ctx_ {
     char model_name[5][256] = {};  // per camera type; empty when not given
     DumpPars_ dump_pars{};
-    VAI_HANDLE_ vai_handle;        // only session 0 is used
+    VAI_HANDLE_ vai_handle;  // only session 0 is used
     void* m_session[2] = {};
     uint8_t interp_failed = 1;
     int32_t cur_cam_type = -1;  // camera type of the loaded model

@@ -41,9 +41,11 @@ namespace MTK_VAINR_YUV_PROC {
 bool LoadVAINRCfg_MTK(const char* cfgFile, const char* project, VAINR_CfgPars_* pars) {
     // BinNumber 0 is loaded as given; it counts as one bin when the strength is computed.
     const vai::mtk::CfgLimits limits{vai::mtk_yuv::kMaxCams, true};
-    return vai::mtk::LoadCfg(cfgFile, project, pars, limits, [](const rapidjson::Value& entry, VAINR_CamPars_& c) {
-        return JsonGet(entry, "BoostValue4K", c.BoostValue4K) && JsonGet(entry, "BoostValue1080P", c.BoostValue1080P);
-    });
+    return vai::mtk::LoadCfg(cfgFile, project, pars, limits,
+                             [](const rapidjson::Value& entry, VAINR_CamPars_& c) {
+                                 return JsonGet(entry, "BoostValue4K", c.BoostValue4K) &&
+                                        JsonGet(entry, "BoostValue1080P", c.BoostValue1080P);
+                             });
 }
 
 }  // namespace MTK_VAINR_YUV_PROC

@@ -32,7 +32,7 @@ constexpr char kVersion[] = "MTK_Video_AINR_YUV_v1.0.8";
 constexpr int kDevice = 1;
 constexpr int kSessionFlags = 2048;
 constexpr int32_t kTensorKind = 10;
-constexpr size_t kMaxTensors = 4;       // room in VAI_HANDLE_'s byte-size tables
+constexpr size_t kMaxTensors = 4;  // room in VAI_HANDLE_'s byte-size tables
 constexpr size_t kStrengthBytes = 16;
 // Labels this file's entries in the memory tracer's reports. The names and lines are the ones the
 // tracer's report readers already know for this back-end, so they stay fixed across edits.
