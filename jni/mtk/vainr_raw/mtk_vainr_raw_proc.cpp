@@ -40,7 +40,8 @@ bool CamInRecord(int32_t cam) {
     return cam >= 0 && cam < kMaxCams;
 }
 
-// Tensors belong to the session they were made for, so they go with it.
+// Tensors belong to the session they were made for, so they go with it. `missing_session_msg`, when
+// set, is the warning for an instance without session.
 void ReleaseModel(VAINR_Ctx_* ctx, const char* missing_session_msg) {
     VAI_HANDLE_& h = ctx->vai_handle;
     h.input_tensors[0].clear();
@@ -48,7 +49,7 @@ void ReleaseModel(VAINR_Ctx_* ctx, const char* missing_session_msg) {
     if (ctx->m_session[0] != nullptr) {
         h.interpreter->ReleaseSession(ctx->m_session[0]);
         ctx->m_session[0] = nullptr;
-    } else {
+    } else if (missing_session_msg != nullptr) {
         VAI_LOGW("%s", missing_session_msg);
     }
 }
@@ -254,7 +255,7 @@ int VAINR_Model_Init(void* handle, const InitParams_* init_pars) {
         }
     }
     // A second set-up replaces the first instead of leaking its session.
-    if (ctx->m_session[0] != nullptr) ReleaseModel(ctx, "");
+    ReleaseModel(ctx, nullptr);
     VAI_LOGD("cam_type:%d, model_name:%s, m_session[0]:%p", cam, ctx->model_name[cam], ctx->m_session[0]);
     if (!SetUpSession(ctx, ctx->model_name[cam], options)) {
         VAINR_Uninit(ctx);
