@@ -138,7 +138,7 @@ class MtkRawTest : public ::testing::Test {
 };
 
 TEST_F(MtkRawTest, InitAndItsFailures) {
-    Init init(Set(Set(Json(), "LogLevel", "5"), "DumpRangeIdx", "10020"));
+    Init init(Set(Set(Json(Set(kHead, "RearCamNum", "2")), "LogLevel", "5"), "DumpRangeIdx", "10020"));
     const std::string long_path(300, 'x');
     init.p.model_path[2] = long_path.c_str();
     init.p.model_path[4] = nullptr;
@@ -149,6 +149,8 @@ TEST_F(MtkRawTest, InitAndItsFailures) {
     EXPECT_EQ((Rows{{d.dump_enable, d.dump_start, d.dump_end, g_log_level, Ctx()->cur_cam_type,
                      int64_t(pxrt_test::Calls().size())}}),
               (Rows{{1, 10, 20, 5, -1, 1}}));
+    const raw::VAINR_CfgPars_ defaults = Defaults();  // camera 3 is not configured
+    EXPECT_EQ(std::memcmp(&Ctx()->cfg.camPars[3], &defaults.camPars[3], sizeof(defaults.camPars[3])), 0);
     EXPECT_STREQ(Video_AI_Proc_GetVersion(10), "MTK_Video_AINR_RAW_v0.0.5");
     EXPECT_EQ(raw::VAINR_Uninit(std::exchange(handle_, nullptr)), SDK_SUCCESS);
     EXPECT_TRUE(log_.Contains("runtime session is nullptr in uninit!"));
@@ -360,6 +362,8 @@ TEST_F(MtkRawFrameTest, CopyPathsAndStatuses) {
         EXPECT_EQ(Process(cam), SDK_SUCCESS);
         EXPECT_TRUE(*out_ == *in_) << cam;
     }
+    EXPECT_TRUE(
+        log_.Contains("algo processing is disabled in cfg file! execute copy in vAINR_raw_mtk mode!"));
     in_->img()->img_num = 2;
     EXPECT_EQ(Process(3), kImageCountMismatch);
     EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 1u);
