@@ -4,6 +4,7 @@
 #include "algocore/utils/image_copy.h"
 #include "algocore/utils/status_code.h"
 #include "algocore/utils/vai_log.h"
+#include "mtk/vainr_raw/mtk_vainr_raw_proc.h"
 #include "mtk/vainr_yuv/mtk_vainr_yuv_proc.h"
 #include "qcom/vainr_yuv/qcom_vainr_yuv_proc_sat.h"
 
@@ -50,6 +51,10 @@ constexpr Backend kBackends[] = {
     {vAIPROC::VAI_ALGO_MODE_MTK_YUV, MTK_VAINR_YUV_PROC::VAINR_GetVersion, MTK_VAINR_YUV_PROC::VAINR_Init,
      MTK_VAINR_YUV_PROC::VAINR_Model_Init, MTK_VAINR_YUV_PROC::VAINR_Process,
      MTK_VAINR_YUV_PROC::VAINR_Model_Uninit, MTK_VAINR_YUV_PROC::VAINR_Uninit},
+    // A failed model set-up destroys the instance here (see backend.h).
+    {vAIPROC::VAI_ALGO_MODE_MTK_RAW, MTK_VAINR_RAW_PROC::VAINR_GetVersion, MTK_VAINR_RAW_PROC::VAINR_Init,
+     MTK_VAINR_RAW_PROC::VAINR_Model_Init, MTK_VAINR_RAW_PROC::VAINR_Process,
+     MTK_VAINR_RAW_PROC::VAINR_Model_Uninit, MTK_VAINR_RAW_PROC::VAINR_Uninit},
 };
 
 }  // namespace

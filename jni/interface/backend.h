@@ -33,7 +33,8 @@ struct Backend {
     // Optional: null means the back-end has no model stage, and Video_AI_Model_Init then logs the mode
     // as unsupported and returns SDK_SUCCESS. Creates the sessions for `params` on an instance from
     // `init` (both never null). Returns the camera type the sessions serve, or -1 after releasing the
-    // sessions it made; the instance stays usable for `model_uninit` and `uninit`.
+    // sessions it made; the instance stays usable for `model_uninit` and `uninit`, except in a
+    // back-end whose row says its failed set-up destroys the instance (the caller must then drop it).
     int (*model_init)(void* instance, const vAIPROC::InitParams_* params);
 
     // Required. Writes the processed `in` into `out` (all four pointers never null; `out` may describe

@@ -14,6 +14,7 @@
 #include "interface/backend.h"
 #include "interface/process_args.h"
 #include "interface/pxrt_binding.h"
+#include "mtk/common/mtk_tensors.h"
 
 using vAIPROC::InitParams_;
 using vAIPROC::ProcParams_;
@@ -31,8 +32,7 @@ constexpr char kVersion[] = "MTK_Video_AINR_YUV_v1.0.8";
 constexpr int kDevice = 1;
 constexpr int kSessionFlags = 2048;
 constexpr int32_t kTensorKind = 10;
-constexpr size_t kMaxTensors = 4;       // room in VAI_HANDLE_'s byte-size tables
-constexpr size_t kMaxParamBytes = 255;  // a larger second input is not a parameter input
+constexpr size_t kMaxTensors = 4;  // room in VAI_HANDLE_'s byte-size tables
 constexpr size_t kStrengthBytes = 16;
 // Labels this file's entries in the memory tracer's reports. The names and lines are the ones the
 // tracer's report readers already know for this back-end, so they stay fixed across edits.
@@ -80,20 +80,11 @@ bool CreateSession(VAINR_Ctx_* ctx, int s, const char* model, uint32_t boost, co
     return true;
 }
 
-// Persistent parameter tensors of session `s`, inputs 1.. of the model: [t1, t1, t2, ...], element 0
-// holding the place of the image tensor each frame puts there. Only for models whose second input is
-// small enough to be a parameter.
+// Persistent parameter tensors of session `s`, inputs 1.. of the model.
 void CreateParamTensors(VAINR_Ctx_* ctx, int s) {
     VAI_HANDLE_& h = ctx->vai_handle;
-    PXRT::TensorArray& a = h.input_tensors[s];
-    if (!a.empty() || h.mInputTensorByteSize[s][1] > kMaxParamBytes || h.m_in_num[s] < 2) return;
-    for (size_t i = 1; i < h.m_in_num[s]; ++i) {
-        std::shared_ptr<PXRT::ITensor> t(
-            mPXRTCreateInTensorFunc(ctx->m_session[s], h.mInputTensorByteSize[s][i], static_cast<int32_t>(i),
-                                    1, kTensorKind, nullptr, -1, 0));
-        if (i == 1) a.push_back(t);
-        a.push_back(std::move(t));
-    }
+    vai::mtk::AddParamTensors(h.input_tensors[s], mPXRTCreateInTensorFunc, ctx->m_session[s],
+                              h.mInputTensorByteSize[s], h.m_in_num[s], kTensorKind);
 }
 
 // Session 0, with every runtime result checked.
@@ -152,19 +143,8 @@ void SetUpInlineSession(VAINR_Ctx_* ctx, const char* model, uint32_t boost) {
     VAI_LOGV("mOutputTensorByteSize[1] %zu", h.mOutputTensorByteSize[1][0]);
 }
 
-// Fills `bytes` of tensor `i` of the working inputs, when the model has such a parameter tensor.
 void FillParam(const PXRT::TensorArray& inputs, size_t i, uint8_t value, size_t bytes, int line) {
-    if (i >= inputs.size() || !inputs[i]) return;
-    vemo::Native::memset(inputs[i]->GetData(), value, bytes, kSrcName, line);
-}
-
-// Puts the frame's tensor into element 0 of a working tensor array.
-void PlaceImage(PXRT::TensorArray& a, std::shared_ptr<PXRT::ITensor> t) {
-    if (a.empty()) {
-        a.push_back(std::move(t));
-    } else {
-        a[0] = std::move(t);
-    }
+    vai::mtk::FillParam(inputs, i, value, bytes, kSrcName, line);
 }
 
 void Dump(VAINR_Ctx_* ctx, const VAI_IMG_* img, const char* tag_format, int32_t cam) {
@@ -403,12 +383,10 @@ int VAINR_Process(void* handle, VAI_IMG_* out_img, VAI_IMG_* in_img, const ProcP
     // Zero copy: the runtime reads and writes the caller's buffers.
     PXRT::TensorArray inputs = h.input_tensors[s];
     PXRT::TensorArray outputs = h.output_tensors[s];
-    PlaceImage(inputs, std::shared_ptr<PXRT::ITensor>(
-                           mPXRTCreateInTensorFunc(session, h.mInputTensorByteSize[s][0], 0, 1, kTensorKind,
-                                                   in_img->plane_addr[0], in_img->fd[0], 0)));
-    PlaceImage(outputs, std::shared_ptr<PXRT::ITensor>(mPXRTCreateOutTensorFunc(
-                            session, h.mOutputTensorByteSize[s][0], 0, 1, kTensorKind, out_img->plane_addr[0],
-                            out_img->fd[0], 0)));
+    vai::mtk::PlaceFrame(inputs, vai::mtk::WrapPlane0(mPXRTCreateInTensorFunc, session,
+                                                      h.mInputTensorByteSize[s][0], kTensorKind, in_img));
+    vai::mtk::PlaceFrame(outputs, vai::mtk::WrapPlane0(mPXRTCreateOutTensorFunc, session,
+                                                       h.mOutputTensorByteSize[s][0], kTensorKind, out_img));
 
     uint8_t nr = 0;
     if (params->extend_pars != nullptr) {

@@ -35,21 +35,8 @@ void SetDefaultCfg(VAINR_CfgPars_* cfg) {
 }
 
 uint8_t NrStrength(const VAINR_CamPars_& c, float iso) {
-    const uint32_t b = UsedBins(c.BinNumber, kMaxBins);
-    const uint32_t* bin = c.ISOBinIndex;
-    const uint32_t* s = c.NrStrength;
-    if (iso < static_cast<float>(bin[0])) return static_cast<uint8_t>(s[0]);
-    if (iso >= static_cast<float>(bin[b - 1])) return static_cast<uint8_t>(s[b - 1]);
-    for (uint32_t i = 0; i + 1 < b; ++i) {
-        if (iso < static_cast<float>(bin[i + 1])) {
-            const uint32_t d = bin[i + 1] - bin[i];
-            if (d == 0) return 0;
-            const uint32_t w_lo = TruncWeight(static_cast<float>(bin[i + 1]) - iso);
-            const uint32_t w_hi = TruncWeight(iso - static_cast<float>(bin[i]));
-            return static_cast<uint8_t>((s[i] * w_lo + s[i + 1] * w_hi) / d);
-        }
-    }
-    return 0;
+    const IsoBinPos p = FindIsoBin(c.ISOBinIndex, UsedBins(c.BinNumber, kMaxBins), iso);
+    return static_cast<uint8_t>(IsoBinValue(c.NrStrength, p));
 }
 
 }  // namespace mtk_yuv

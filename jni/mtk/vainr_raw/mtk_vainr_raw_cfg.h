@@ -1,0 +1,47 @@
+// Tuning of the MediaTek RAW back-end, read from the JSON file named by InitParams_::cfg_path.
+#pragma once
+
+#include <cstdint>
+
+#include "interface/vai_export.h"
+
+namespace MTK_VAINR_RAW_PROC {
+
+// Per camera type.
+struct VAINR_CamPars_ {
+    uint32_t camId;
+    uint32_t processEnable;       // 0: frames of this camera type are copied unchanged
+    uint32_t BinNumber;           // ISO bins used from the three tables, 1..16
+    uint32_t BoostValue;          // session options
+    uint32_t NrStrength[16];      // 0..255, handed to the model as signed bytes (value - 128)
+    uint32_t DetailStrength[16];  // likewise, for models with a detail input
+    uint32_t ISOBinIndex[16];     // upper gain bound of each bin, ascending
+};
+
+struct VAINR_CfgPars_ {
+    uint32_t processType;  // required in the file, not consulted
+    uint32_t LogLevel;
+    uint32_t RearCamNum;
+    uint32_t FrontCamNum;
+    uint32_t SwitchFrameNum;  // required in the file, not consulted
+    uint32_t DumpRangeIdx;    // 0: no dumps; else first request * 1000 + end request
+    VAINR_CamPars_ camPars[4];
+};
+
+// Reads the project object named `project` (at most 16 characters, need not be NUL-terminated) into
+// `pars` over its current contents. False on any missing or mistyped key, on more cameras than the
+// record or the file's array holds, and on a BinNumber of 0 or above 16.
+VAI_EXPORT bool LoadVAINRCfg_MTK(const char* cfgFile, const char* project, VAINR_CfgPars_* pars);
+
+}  // namespace MTK_VAINR_RAW_PROC
+
+namespace vai {
+namespace mtk_raw {
+
+constexpr int kMaxCams = 4;
+
+// The built-in defaults, for all four cameras.
+void SetDefaultCfg(MTK_VAINR_RAW_PROC::VAINR_CfgPars_* cfg);
+
+}  // namespace mtk_raw
+}  // namespace vai
