@@ -28,7 +28,8 @@ using rapidjson::Value;
 const std::string kConfigs = VAI_TEST_SOURCE_DIR "/configs/";
 // Sample file, its mode and the strength curves that mode plots.
 const std::map<std::string, std::pair<int, int>> kSamples = {{"qcom_vainr_yuv.json", {1, 2}},
-                                                             {"mtk_vainr_yuv.json", {9, 1}}};
+                                                             {"mtk_vainr_yuv.json", {9, 1}},
+                                                             {"mtk_vainr_raw.json", {10, 2}}};
 
 struct Result {
     int status;

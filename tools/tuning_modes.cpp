@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "interface/VideoAIProc.h"
+#include "mtk/vainr_raw/mtk_vainr_raw_cfg.h"
 #include "mtk/vainr_yuv/mtk_vainr_yuv_cfg.h"
 #include "qcom/vainr_yuv/qcom_vainr_yuv_cfg.h"
 
@@ -56,6 +57,8 @@ using QcomCfg = QCOM_VAINR_YUV_PROC::VAINR_CfgPars_;
 using QcomCam = QCOM_VAINR_YUV_PROC::VAINR_CamPars_;
 using MtkYuvCfg = MTK_VAINR_YUV_PROC::VAINR_CfgPars_;
 using MtkYuvCam = MTK_VAINR_YUV_PROC::VAINR_CamPars_;
+using MtkRawCfg = MTK_VAINR_RAW_PROC::VAINR_CfgPars_;
+using MtkRawCam = MTK_VAINR_RAW_PROC::VAINR_CamPars_;
 
 std::vector<int> QcomStrengths(const QcomCam& cam, float gain) {
     const vai::qcom::Strengths s = vai::qcom::ComputeStrengths(cam, gain);
@@ -66,8 +69,15 @@ std::vector<int> MtkYuvStrengths(const MtkYuvCam& cam, float iso) {
     return {vai::mtk_yuv::NrStrength(cam, iso)};
 }
 
+std::vector<int> MtkRawStrengths(const MtkRawCam& cam, float gain) {
+    int8_t nr = 0, ee = 0;
+    vai::mtk_raw::Strengths(cam, gain, &nr, &ee);
+    return {nr, ee};
+}
+
 const char kBlendLimit[] = "the most the back-end blends (network output only)";
 const char kByteLimit[] = "and only its low byte reaches the model";
+const char kFlipLimit[] = "its low byte reaches the model with the top bit flipped (128 is 0)";
 
 const std::vector<TuningMode> kModes = {
     {1,
@@ -92,6 +102,17 @@ const std::vector<TuningMode> kModes = {
      255,
      &Loaded<MtkYuvCfg, MtkYuvCam, 5>::Load<&MtkYuvCfg::camPars, vai::mtk_yuv::SetDefaultCfg,
                                             MTK_VAINR_YUV_PROC::LoadVAINRCfg_MTK, MtkYuvStrengths>},
+    {10,
+     "MediaTek RAW",
+     "ISO x DRC gain",
+     4,
+     {"processEnable", "BoostValue", "BinNumber"},
+     {"NrStrength", "DetailStrength", "ISOBinIndex"},
+     {{"NrStrength", 255, kFlipLimit}, {"DetailStrength", 255, kFlipLimit}},
+     -128,
+     127,
+     &Loaded<MtkRawCfg, MtkRawCam, 4>::Load<&MtkRawCfg::camPars, vai::mtk_raw::SetDefaultCfg,
+                                            MTK_VAINR_RAW_PROC::LoadVAINRCfg_MTK, MtkRawStrengths>},
 };
 
 }  // namespace

@@ -42,6 +42,9 @@ constexpr int kMaxCams = 4;
 
 // The built-in defaults, for all four cameras.
 void SetDefaultCfg(MTK_VAINR_RAW_PROC::VAINR_CfgPars_* cfg);
+// Noise-reduction and detail strengths, as the model receives them, for gain `g` from one camera's
+// tables (both 0 when the camera has no bins).
+void Strengths(const MTK_VAINR_RAW_PROC::VAINR_CamPars_& c, float g, int8_t* nr, int8_t* ee);
 
 }  // namespace mtk_raw
 }  // namespace vai

@@ -105,24 +105,8 @@ bool SetUpSession(VAINR_Ctx_* ctx, const char* model, const PXRT::SessionOptions
     return true;
 }
 
-// Signed strength byte of a configuration value 0..255.
-int8_t Flip(uint32_t v) {
-    return static_cast<int8_t>(static_cast<uint8_t>(v) ^ 0x80u);
-}
-
 int8_t Clamp8(int32_t v) {
     return static_cast<int8_t>(v < -128 ? -128 : v > 127 ? 127 : v);
-}
-
-// Noise-reduction and detail strengths for gain `g` from one camera's tables.
-void Strengths(const VAINR_CamPars_& c, float g, int8_t* nr, int8_t* ee) {
-    const IsoBinPos p = FindIsoBin(c.ISOBinIndex, UsedBins(c.BinNumber, mtk::kMaxBins), g);
-    if (p.kind == IsoBinPos::kNone) {
-        *nr = *ee = 0;
-        return;
-    }
-    *nr = Flip(IsoBinValue(c.NrStrength, p));
-    *ee = Flip(IsoBinValue(c.DetailStrength, p));
 }
 
 void FillStrength(const VAINR_Ctx_* ctx, size_t i, int8_t value, int line) {
