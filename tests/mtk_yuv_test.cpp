@@ -1,9 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -11,7 +7,7 @@
 #include "interface/VideoAIProc.h"
 #include "log_capture.h"
 #include "mtk/vainr_yuv/mtk_vainr_yuv_proc.h"
-#include "qcom_test_util.h"
+#include "mtk_test_util.h"
 
 namespace {
 
@@ -20,40 +16,16 @@ using mtk::LoadVAINRCfg_MTK;
 using mtk::VAINR_CfgPars_;
 using pxrt_test::Op;
 using qcom_test::WriteTestFile;
-using Rows = std::vector<std::vector<int64_t>>;
+using namespace mtk_test;
 
-const std::string kHead = R"("LogLevel": 4, "processType": 0, "DumpRangeIdx": 0, "FrontCamNum": 1,
-    "RearCamNum": 3, "SwitchFrameNum": 7)";
 const std::string kCam = R"({"processEnable": 1, "BoostValue4K": 100, "BoostValue1080P": 100, "BinNumber": 8,
     "NrStrength": [0, 51, 76, 102, 127, 153, 178, 204], "DetailStrength": [153, 140, 127, 114, 102, 89, 76, 63],
     "ISOBinIndex": [800, 1600, 3200, 6400, 9200, 12800, 19200, 25600]})";
 
-// Project "TestProject"; by default four cameras holding the built-in values.
+// By default four cameras holding the built-in values.
 std::string Json(const std::string& head = kHead,
                  const std::vector<std::string>& cams = {kCam, kCam, kCam, kCam}) {
-    std::string list;
-    for (const std::string& c : cams) list += (list.empty() ? "" : ",\n") + c;
-    return "// test file\n{\"TestProject\": {" + head + ",\n\"VideoAIProcPars\": [" + list + "]}}\n";
-}
-
-// `s` with the last `from` replaced by `to`, or the last number of `key` set: edits land in the last camera.
-std::string Edit(std::string s, const std::string& from, const std::string& to) {
-    return s.replace(s.rfind(from), from.size(), to);
-}
-std::string Set(std::string s, const std::string& key, const std::string& value) {
-    const size_t at = s.rfind("\"" + key + "\": ") + key.size() + 4;
-    return s.replace(at, s.find_first_of(",}", at) - at, value);
-}
-
-// Tensor factory calls: session, buffer, bytes, index, one, kind, fd, zero.
-Rows TensorCalls(void* session) {
-    Rows rows;
-    for (const pxrt_test::Call& c : pxrt_test::Calls()) {
-        if (c.op != Op::kCreateInputTensor && c.op != Op::kCreateOutputTensor) continue;
-        rows.push_back({c.session == session, reinterpret_cast<intptr_t>(c.buffer), int64_t(c.bytes),
-                        c.tensor_index, c.one, c.kind, c.fd, c.zero});
-    }
-    return rows;
+    return mtk_test::Json(head, cams);
 }
 
 class MtkCfgTest : public ::testing::Test {
@@ -174,21 +146,7 @@ TEST_F(MtkTest, InitAndItsFailures) {
         (std::vector<int64_t>{1, 120, 350, 5, 1, -1, int64_t(sizeof(mtk::VAINR_Ctx_)), 1}));
     Stop();
     EXPECT_TRUE(log_.Contains("runtime session is nullptr in uninit!"));
-    // Each failure returns null and leaves nothing behind: runtime objects, library, traced memory.
-    for (const auto& fail : std::vector<std::function<void(Init&)>>{
-             [](Init&) { setenv("VAI_PXRT_LIBRARY", "/nonexistent/libPXRT.so", 1); },
-             [](Init&) { setenv("VAI_PXRT_LIBRARY", VAI_TEST_RUNTIME_INCOMPLETE_PATH, 1); },
-             [](Init&) { pxrt_test::Fail(Op::kCreateInterpreter, 0); },
-             [](Init& i) { i.p.cfg_path = "/nonexistent.json"; }}) {
-        pxrt_test::Reset();
-        setenv("VAI_PXRT_LIBRARY", VAI_TEST_RUNTIME_PATH, 1);
-        fail(init);
-        EXPECT_EQ(mtk::VAINR_Init(&init.p), nullptr);
-        mPXRTCreateInterpreterFunc = nullptr;  // a failed dlsym keeps what it found
-        mPXRTCreateInTensorFunc = mPXRTCreateOutTensorFunc = nullptr;
-        EXPECT_TRUE(qcom_test::TornDown());
-    }
-    EXPECT_EQ(mtk::VAINR_Init(nullptr), nullptr);
+    ExpectInitFailuresLeaveNothing(init, mtk::VAINR_Init);
     EXPECT_EQ(mtk::VAINR_Uninit(nullptr), SDK_UNINIT_ERROR);
 }
 
@@ -289,8 +247,9 @@ TEST_F(MtkFrameTest, ParameterBytes) {
             std::vector<uint8_t> expected(16, nr), seen(nr_bytes, nr_bytes + 20);
             expected.insert(expected.end(), 4, 0);
             if (zoom_input) expected.insert(expected.end(), 4, zs);
-            if (zoom_input) seen.insert(seen.end(), static_cast<uint8_t*>(t[2]->GetData()),
-                                        static_cast<uint8_t*>(t[2]->GetData()) + 4);
+            if (zoom_input)
+                seen.insert(seen.end(), static_cast<uint8_t*>(t[2]->GetData()),
+                            static_cast<uint8_t*>(t[2]->GetData()) + 4);
             EXPECT_EQ(seen, expected) << cam << " " << iso << " " << zoom;
         }
         EXPECT_EQ(Video_AI_Proc_Uninit(std::exchange(handle_, nullptr)), SDK_SUCCESS);
@@ -351,18 +310,12 @@ TEST_F(MtkFrameTest, DumpsTheRequestRange) {
         ASSERT_EQ(Process(req == 2 ? 4 : 0), SDK_SUCCESS);
     }
     unsetenv("VAI_DUMP_DIR");
-    std::vector<std::string> names;
-    for (const auto& e : std::filesystem::directory_iterator(dir)) {
-        const std::string name = e.path().filename();
-        names.push_back(name.substr(17));  // after "IMG" and the time
-        std::ifstream f(e.path(), std::ios::binary);
-        const std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(f), {}};
-        EXPECT_EQ(bytes, frames[name.find("_out.") != std::string::npos]) << name;
-    }
-    std::sort(names.begin(), names.end());
-    EXPECT_EQ(names, (std::vector<std::string>{
-                         "_req1_16x8_s[0]_mtk_yuv_vainr_in.nv21", "_req1_16x8_s[0]_mtk_yuv_vainr_out.nv21",
-                         "_req2_16x8_s[4]_mtk_yuv_vainr_in.nv21", "_req2_16x8_s[4]_mtk_yuv_vainr_out.nv21"}));
+    const auto in = frames[0], out = frames[1];
+    EXPECT_EQ(Dumps(dir),
+              (std::map<std::string, std::vector<uint8_t>>{{"_req1_16x8_s[0]_mtk_yuv_vainr_in.nv21", in},
+                                                           {"_req1_16x8_s[0]_mtk_yuv_vainr_out.nv21", out},
+                                                           {"_req2_16x8_s[4]_mtk_yuv_vainr_in.nv21", in},
+                                                           {"_req2_16x8_s[4]_mtk_yuv_vainr_out.nv21", out}}));
 }
 
 // A long run that also shows the frame path only wraps the caller's buffers: with every plane sealed
