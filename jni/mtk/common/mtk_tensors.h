@@ -3,16 +3,28 @@
 // life of the session.
 #pragma once
 
+#include <cinttypes>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 
 #include "algocore/memory/ALGONativeGalloc.h"
+#include "algocore/utils/vai_log.h"
 #include "interface/pxrt_interface.h"
 #include "interface/vai_types.h"
 
 namespace vai {
 namespace mtk {
+
+// The verbose line per frame buffer, input first.
+inline void LogBuffers(const vAIPROC::VAI_IMG_* in_img, const vAIPROC::VAI_IMG_* out_img) {
+    for (const auto& [what, img] : {std::make_pair("input", in_img), std::make_pair("output", out_img)}) {
+        VAI_LOGV("%s buffer: req_id=%" PRIu64
+                 ", addr=%p, height=%d, width=%d, stride=%d, slice=%d, planseSize=%d, fd=%d\n",
+                 what, img->req_id, img->plane_addr[0], img->height, img->width, img->stride[0],
+                 img->slice[0], static_cast<int>(img->plane_size[0]), img->fd[0]);
+    }
+}
 
 // A second input larger than this is not a parameter input.
 constexpr size_t kMaxParamBytes = 255;

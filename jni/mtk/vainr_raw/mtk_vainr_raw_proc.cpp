@@ -126,10 +126,6 @@ int CopyFrame(VAI_IMG_* out_img, VAI_IMG_* in_img) {
     return NarrowStatus(CopyImage(out_img, in_img));
 }
 
-long ElapsedUs(timespec from, timespec to) {
-    return static_cast<long>(util_get_timestamp_diff_us(from, to));
-}
-
 }  // namespace
 }  // namespace mtk_raw
 }  // namespace vai
@@ -137,6 +133,7 @@ long ElapsedUs(timespec from, timespec to) {
 namespace MTK_VAINR_RAW_PROC {
 
 using namespace vai::mtk_raw;
+using vai::ElapsedUs;
 
 const char* VAINR_GetVersion() {
     return kVersion;
@@ -271,12 +268,7 @@ int VAINR_Process(void* handle, VAI_IMG_* out_img, VAI_IMG_* in_img, const ProcP
         return status;
     }
     auto* ctx = static_cast<VAINR_Ctx_*>(handle);
-    for (const auto& [what, img] : {std::make_pair("input", in_img), std::make_pair("output", out_img)}) {
-        VAI_LOGV("%s buffer: req_id=%" PRIu64
-                 ", addr=%p, height=%d, width=%d, stride=%d, slice=%d, planseSize=%d, fd=%d\n",
-                 what, img->req_id, img->plane_addr[0], img->height, img->width, img->stride[0],
-                 img->slice[0], static_cast<int>(img->plane_size[0]), img->fd[0]);
-    }
+    vai::mtk::LogBuffers(in_img, out_img);
     const timespec t0 = util_get_timestamp();
     const int32_t cam = params->cam_type;
     if (!CamInRecord(cam)) {

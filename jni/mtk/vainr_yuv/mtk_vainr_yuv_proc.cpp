@@ -155,10 +155,6 @@ void Dump(VAINR_Ctx_* ctx, const VAI_IMG_* img, const char* tag_format, int32_t 
              static_cast<uint32_t>(img->plane_size[0] * 3u / 2u), tag, "nv21", img->req_id, &ctx->dump_pars);
 }
 
-long ElapsedUs(timespec from, timespec to) {
-    return static_cast<long>(util_get_timestamp_diff_us(from, to));
-}
-
 }  // namespace
 
 uint8_t ZoomScalar(int32_t cam, float base_zoom) {
@@ -189,6 +185,7 @@ uint8_t ZoomScalar(int32_t cam, float base_zoom) {
 namespace MTK_VAINR_YUV_PROC {
 
 using namespace vai::mtk_yuv;
+using vai::ElapsedUs;
 
 const char* VAINR_GetVersion() {
     VAI_LOGV("vAINR version is: %s", kVersion);
@@ -343,12 +340,7 @@ int VAINR_Process(void* handle, VAI_IMG_* out_img, VAI_IMG_* in_img, const ProcP
         return status;
     }
     auto* ctx = static_cast<VAINR_Ctx_*>(handle);
-    for (const auto& [what, img] : {std::make_pair("input", in_img), std::make_pair("output", out_img)}) {
-        VAI_LOGV("%s buffer: req_id=%" PRIu64
-                 ", addr=%p, height=%d, width=%d, stride=%d, slice=%d, planseSize=%d, fd=%d\n",
-                 what, img->req_id, img->plane_addr[0], img->height, img->width, img->stride[0],
-                 img->slice[0], static_cast<int>(img->plane_size[0]), img->fd[0]);
-    }
+    vai::mtk::LogBuffers(in_img, out_img);
     const timespec t0 = util_get_timestamp();
     const int32_t cam = params->cam_type;
     if (!CamInRecord(cam)) {

@@ -291,8 +291,7 @@ void* VAINR_Init(const InitParams_* params) {
         VAINR_Uninit(ctx);
         return nullptr;
     }
-    VAI_LOGV("init elapsed time is %ldus",
-             static_cast<long>(util_get_timestamp_diff_us(t0, util_get_timestamp())));
+    VAI_LOGV("init elapsed time is %ldus", vai::ElapsedUs(t0, util_get_timestamp()));
     return ctx;
 }
 
@@ -320,8 +319,7 @@ int VAINR_Uninit(void* handle) {
     }
     vemo::AlgorithmMemory::nativeMemDec(vemo::AlgorithmMemory::mapDelete(ctx, kSrcName, kTraceLineRelease));
     delete ctx;
-    VAI_LOGV("uninit elapsed time is %ldus",
-             static_cast<long>(util_get_timestamp_diff_us(t0, util_get_timestamp())));
+    VAI_LOGV("uninit elapsed time is %ldus", vai::ElapsedUs(t0, util_get_timestamp()));
     return SDK_SUCCESS;
 }
 
@@ -433,10 +431,10 @@ int VAINR_Process(void* handle, VAI_IMG_* out, VAI_IMG_* in, const ProcParams_* 
                  out->plane_size[0], "qcom_yuv_vainr_in", "packed_word", out->req_id, &ctx->dump_pars);
     }
     const timespec t3 = util_get_timestamp();
-    VAI_LOGV("pre_process elapsed time:  %ldus", static_cast<long>(util_get_timestamp_diff_us(t0, t1)));
-    VAI_LOGV("inference elapsed time:    %ldus", static_cast<long>(util_get_timestamp_diff_us(t1, t2)));
-    VAI_LOGV("post_process elapsed time: %ldus", static_cast<long>(util_get_timestamp_diff_us(t2, t3)));
-    VAI_LOGV("process total time:        %ldus", static_cast<long>(util_get_timestamp_diff_us(t0, t3)));
+    VAI_LOGV("pre_process elapsed time:  %ldus", vai::ElapsedUs(t0, t1));
+    VAI_LOGV("inference elapsed time:    %ldus", vai::ElapsedUs(t1, t2));
+    VAI_LOGV("post_process elapsed time: %ldus", vai::ElapsedUs(t2, t3));
+    VAI_LOGV("process total time:        %ldus", vai::ElapsedUs(t0, t3));
     return SDK_SUCCESS;
 }
 
