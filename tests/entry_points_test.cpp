@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "algocore/utils/status_code.h"
 #include "algocore/utils/vai_log.h"
+#include "frame.h"
 #include "interface/VideoAIProc.h"
 #include "interface/backend.h"
 #include "log_capture.h"
@@ -23,17 +25,12 @@ std::string Unsupported(int mode) {
     return "Unsupported algo mode(" + std::to_string(mode) + ") now!";
 }
 
-// A one-plane image over its own buffer.
-struct Image {
-    std::vector<unsigned char> data;
-    VAI_IMG_ img{};
-    explicit Image(unsigned char fill) : data(64, fill) {
-        img.img_num = 1;
-        img.plane_num = 1;
-        img.plane_addr[0] = data.data();
-        img.plane_size[0] = static_cast<uint32_t>(data.size());
-    }
-};
+// A one-plane image of 64 bytes, each `fill`.
+std::unique_ptr<vai_frame::Frame> Image(uint8_t fill) {
+    auto f = std::make_unique<vai_frame::Frame>(vai_frame::Format{64, 1, 8, 1});
+    f->Fill(fill, 0);
+    return f;
+}
 
 class EntryPointsTest : public ::testing::Test {
   protected:
@@ -90,14 +87,13 @@ TEST_F(EntryPointsTest, DispatchTable) {
             if (mode == 1 && row.has_mode_one) continue;
             SCOPED_TRACE("entry " + std::to_string(&row - rows) + " mode " + std::to_string(mode));
             SelectMode(mode);
-            Image out(1), in(2);
-            EXPECT_EQ(row.call(handle_, &out.img, &in.img), SDK_SUCCESS);
+            auto out = Image(1), in = Image(2);
+            EXPECT_EQ(row.call(handle_, out->img(), in->img()), SDK_SUCCESS);
             std::vector<std::string> expected;
             if (mode != 0) expected.push_back(Unsupported(mode));
             if (mode == 0 && row.bypass_logs) expected.push_back(kBypass);
             EXPECT_EQ(log_.Texts(), expected);
-            EXPECT_TRUE(mode == 0 || (in.data == std::vector<unsigned char>(64, 2) &&
-                                      out.data == std::vector<unsigned char>(64, 1)));
+            EXPECT_TRUE(mode == 0 || (*in == *Image(2) && *out == *Image(1)));
         }
     }
 }
@@ -106,14 +102,14 @@ TEST_F(EntryPointsTest, DispatchTable) {
 TEST_F(EntryPointsTest, NullArgumentStatuses) {
     for (int32_t mode : {0, 5}) {
         SelectMode(mode);
-        Image out(1), in(2);
+        auto out = Image(1), in = Image(2);
         EXPECT_EQ(Video_AI_Model_Init(nullptr, &gInit), SDK_UNINIT_ERROR);
         EXPECT_EQ(Video_AI_Model_Init(handle_, nullptr), SDK_UNINIT_ERROR);
-        EXPECT_EQ(Video_AI_Proc_Process(nullptr, &out.img, &in.img, &gParams), SDK_UNINIT_ERROR);
-        EXPECT_EQ(Video_AI_Proc_Process(handle_, &out.img, &in.img, nullptr), SDK_UNINIT_ERROR);
+        EXPECT_EQ(Video_AI_Proc_Process(nullptr, out->img(), in->img(), &gParams), SDK_UNINIT_ERROR);
+        EXPECT_EQ(Video_AI_Proc_Process(handle_, out->img(), in->img(), nullptr), SDK_UNINIT_ERROR);
         EXPECT_EQ(Video_AI_Proc_Process(nullptr, nullptr, nullptr, nullptr), SDK_UNINIT_ERROR);
-        EXPECT_EQ(Video_AI_Proc_Process(handle_, nullptr, &in.img, &gParams), kNullImage);
-        EXPECT_EQ(Video_AI_Proc_Process(handle_, &out.img, nullptr, &gParams), kNullImage);
+        EXPECT_EQ(Video_AI_Proc_Process(handle_, nullptr, in->img(), &gParams), kNullImage);
+        EXPECT_EQ(Video_AI_Proc_Process(handle_, out->img(), nullptr, &gParams), kNullImage);
         EXPECT_EQ(Video_AI_Model_Uninit(nullptr), SDK_UNINIT_ERROR);
         EXPECT_EQ(Video_AI_Proc_Uninit(nullptr), SDK_UNINIT_ERROR);
         std::vector<int> prios;
@@ -124,12 +120,11 @@ TEST_F(EntryPointsTest, NullArgumentStatuses) {
 
 TEST_F(EntryPointsTest, BypassCopiesTheSecondArgumentOverTheThird) {
     SelectMode(0);
-    Image second(0xAA), third(0x55);
-    EXPECT_EQ(Video_AI_Proc_Process(handle_, &second.img, &third.img, &gParams), SDK_SUCCESS);
-    EXPECT_EQ(third.data, std::vector<unsigned char>(64, 0xAA));
-    EXPECT_EQ(second.data, std::vector<unsigned char>(64, 0xAA));
-    third.img.img_num = 2;  // the copy's own status comes back
-    EXPECT_EQ(Video_AI_Proc_Process(handle_, &second.img, &third.img, &gParams), kImageCountMismatch);
+    auto second = Image(0xAA), third = Image(0x55);
+    EXPECT_EQ(Video_AI_Proc_Process(handle_, second->img(), third->img(), &gParams), SDK_SUCCESS);
+    EXPECT_TRUE(*third == *Image(0xAA) && *second == *Image(0xAA));
+    third->img()->img_num = 2;  // the copy's own status comes back
+    EXPECT_EQ(Video_AI_Proc_Process(handle_, second->img(), third->img(), &gParams), kImageCountMismatch);
 }
 
 TEST(StatusNarrowing, KeepsTheLowSignedByte) {

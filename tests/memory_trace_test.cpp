@@ -184,14 +184,12 @@ TEST_P(NativeTest, OffsetCopyClampsToTheShortestSide) {
         SCOPED_TRACE(&c - cases);
         std::vector<unsigned char> dst(64, 0xEE), src(128);
         for (size_t i = 0; i < src.size(); ++i) src[i] = static_cast<unsigned char>(i);
-        log_->Clear();
         void* r = Native::memncpy(dst.data(), src.data(), c.dstOff, c.dstElem, c.dstSize, c.srcOff, c.srcElem,
                                   c.srcSize, c.size, kF, kL);
         EXPECT_EQ(reinterpret_cast<intptr_t>(r) - reinterpret_cast<intptr_t>(dst.data()), c.to);
         std::vector<unsigned char> want(64, 0xEE);
         if (c.copied != 0) std::memcpy(&want[c.to], &src[c.from], c.copied);
         EXPECT_EQ(dst, want);
-        EXPECT_EQ(log_->Count("add copy min size! Source File: caller.cpp"), c.copied < c.size ? 1u : 0u);
     }
 }
 
@@ -214,7 +212,6 @@ TEST_P(NativeTest, AllocationsAreRegisteredCountedAndCheckedOnlyWhileTracing) {
 
     // Allocating nothing is refused before the C library is asked; a refused realloc keeps its block.
     EXPECT_FALSE(Native::malloc(0, kF, kL) || Native::calloc(4, 0, kF, kL) || Native::realloc(m, 0, kF, kL));
-    EXPECT_EQ(log_->Count("alloc size:0 is error!"), 3u);
     EXPECT_EQ(Native::get(c, 15, 4, 4, kF, kL), c + 60);  // refused while tracing: out of, or not at, a block
     EXPECT_EQ(Native::get(c, 15, 4, 5, kF, kL), tracing_ ? nullptr : c + 60);
     for (void* p : {static_cast<void*>(c), m, static_cast<void*>(nullptr)}) Native::free(p, kF, kL);
