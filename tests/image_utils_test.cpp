@@ -172,11 +172,13 @@ TEST_F(DumpTest, NameContentsAndLogLine) {
     for (size_t i = 0; i < frame.size(); ++i) frame[i] = static_cast<unsigned char>(i * 7);
     DumpPars_ pars{1, 0, 100};
     DateTime_ dt{};
+    dt.reserved = 12345;
     const time_t before = time(nullptr);
     ASSERT_EQ(GetDateTime(&dt), 0);
     DumpFile(frame.data(), 4096, 3072, 200, "s[0]_mtk_raw_vainr_in", "packed_word", 57, &pars);
     DumpFile(frame.data(), 1, 1, 1, std::string(300, 't').c_str(), "x", 58, &pars);
     const time_t after = time(nullptr) + 1;  // time() can lag a second behind gettimeofday()
+    EXPECT_EQ(dt.reserved, 12345);
     EXPECT_EQ(GetDateTime(nullptr), -1);
 
     auto names = ListDir(dir_);
