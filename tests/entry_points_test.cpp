@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "algocore/utils/status_code.h"
 #include "algocore/utils/vai_log.h"
+#include "frame.h"
 #include "interface/VideoAIProc.h"
 #include "interface/backend.h"
 #include "log_capture.h"
@@ -16,22 +18,19 @@ using vAIPROC::VAI_IMG_;
 namespace {
 
 const char kBypass[] = "Get Bypass Algo setting from HAL now!";
+InitParams_ gInit{};
+ProcParams_ gParams{};
 
 std::string Unsupported(int mode) {
     return "Unsupported algo mode(" + std::to_string(mode) + ") now!";
 }
 
-// A one-plane image over its own buffer.
-struct Image {
-    std::vector<unsigned char> data;
-    VAI_IMG_ img{};
-    explicit Image(unsigned char fill) : data(64, fill) {
-        img.img_num = 1;
-        img.plane_num = 1;
-        img.plane_addr[0] = data.data();
-        img.plane_size[0] = static_cast<uint32_t>(data.size());
-    }
-};
+// A one-plane image of 64 bytes, each `fill`.
+std::unique_ptr<vai_frame::Frame> Image(uint8_t fill) {
+    auto f = std::make_unique<vai_frame::Frame>(vai_frame::Format{64, 1, 8, 1});
+    f->Fill(fill, 0);
+    return f;
+}
 
 class EntryPointsTest : public ::testing::Test {
   protected:
@@ -47,11 +46,10 @@ class EntryPointsTest : public ::testing::Test {
     LogCapture log_;
     int token_ = 0;
     void* handle_ = &token_;
-    InitParams_ init_{};
-    ProcParams_ params_{};
 };
 
-TEST_F(EntryPointsTest, InitStoresTheModeBeforeCheckingIt) {
+// Init stores the mode before checking it; GetVersion goes by its argument, not by the stored mode.
+TEST_F(EntryPointsTest, InitStoresTheModeAndGetVersionIgnoresIt) {
     for (int32_t mode : {5, 0, -3, 2, 11, 256}) {
         InitParams_ p{};
         p.algo_mode = mode;
@@ -61,99 +59,72 @@ TEST_F(EntryPointsTest, InitStoresTheModeBeforeCheckingIt) {
         EXPECT_EQ(log_.Texts(), std::vector<std::string>{mode == 0 ? kBypass : Unsupported(mode)});
     }
     EXPECT_EQ(Video_AI_Proc_Init(nullptr), nullptr);
-    EXPECT_EQ(g_algo_mode, 256);
-}
-
-TEST_F(EntryPointsTest, GetVersionUsesItsArgumentNotTheMode) {
-    SelectMode(5);
+    log_.Clear();
     EXPECT_STREQ(Video_AI_Proc_GetVersion(0), "Invalid");
     EXPECT_STREQ(Video_AI_Proc_GetVersion(3), "Invalid");
     EXPECT_STREQ(Video_AI_Proc_GetVersion(1), "QCOM_Video_AINR_YUV_v0.0.2");
     EXPECT_EQ(log_.Texts(), (std::vector<std::string>{kBypass, Unsupported(3)}));
-    EXPECT_EQ(g_algo_mode, 5);
+    EXPECT_EQ(g_algo_mode, 256);
 }
 
 // Each entry point in bypass, in mode 1 (no model stage) and in unsupported modes: result, images
 // untouched, and the one line it logs.
 TEST_F(EntryPointsTest, DispatchTable) {
-    using Call = int (*)(void* h, InitParams_* i, ProcParams_* p, VAI_IMG_* out, VAI_IMG_* in);
+    using Call = int (*)(void* h, VAI_IMG_* out, VAI_IMG_* in);
     const struct {
-        const char* entry;
         Call call;
         bool bypass_logs;
         bool has_mode_one;  // mode 1 reaches its back-end (not called here)
     } rows[] = {
-        {"Video_AI_Model_Init",
-         [](void* h, InitParams_* i, ProcParams_*, VAI_IMG_*, VAI_IMG_*) {
-             return Video_AI_Model_Init(h, i);
-         },
-         true, false},
-        {"Video_AI_Proc_Process",
-         [](void* h, InitParams_*, ProcParams_* p, VAI_IMG_* o, VAI_IMG_* in) {
-             return Video_AI_Proc_Process(h, o, in, p);
-         },
-         true, true},
-        {"Video_AI_Model_Uninit",
-         [](void* h, InitParams_*, ProcParams_*, VAI_IMG_*, VAI_IMG_*) { return Video_AI_Model_Uninit(h); },
-         false, false},
-        {"Video_AI_Proc_Uninit",
-         [](void* h, InitParams_*, ProcParams_*, VAI_IMG_*, VAI_IMG_*) { return Video_AI_Proc_Uninit(h); },
-         false, true},
+        {[](void* h, VAI_IMG_*, VAI_IMG_*) { return Video_AI_Model_Init(h, &gInit); }, true, false},
+        {[](void* h, VAI_IMG_* o, VAI_IMG_* in) { return Video_AI_Proc_Process(h, o, in, &gParams); }, true,
+         true},
+        {[](void* h, VAI_IMG_*, VAI_IMG_*) { return Video_AI_Model_Uninit(h); }, false, false},
+        {[](void* h, VAI_IMG_*, VAI_IMG_*) { return Video_AI_Proc_Uninit(h); }, false, true},
     };
     for (const auto& row : rows) {
         for (int32_t mode : {0, 1, 2, 5, 8, 11, -1}) {
             if (mode == 1 && row.has_mode_one) continue;
+            SCOPED_TRACE("entry " + std::to_string(&row - rows) + " mode " + std::to_string(mode));
             SelectMode(mode);
-            Image out(1), in(2);
-            EXPECT_EQ(row.call(handle_, &init_, &params_, &out.img, &in.img), SDK_SUCCESS)
-                << row.entry << mode;
+            auto out = Image(1), in = Image(2);
+            EXPECT_EQ(row.call(handle_, out->img(), in->img()), SDK_SUCCESS);
             std::vector<std::string> expected;
             if (mode != 0) expected.push_back(Unsupported(mode));
             if (mode == 0 && row.bypass_logs) expected.push_back(kBypass);
-            EXPECT_EQ(log_.Texts(), expected) << row.entry << " mode " << mode;
-            if (mode != 0) {
-                EXPECT_EQ(in.data, std::vector<unsigned char>(64, 2));
-                EXPECT_EQ(out.data, std::vector<unsigned char>(64, 1));
-            }
+            EXPECT_EQ(log_.Texts(), expected);
+            EXPECT_TRUE(mode == 0 || (*in == *Image(2) && *out == *Image(1)));
         }
     }
 }
 
+// Each refusal is one error line.
 TEST_F(EntryPointsTest, NullArgumentStatuses) {
     for (int32_t mode : {0, 5}) {
         SelectMode(mode);
-        Image out(1), in(2);
-        EXPECT_EQ(Video_AI_Model_Init(nullptr, &init_), SDK_UNINIT_ERROR);
+        auto out = Image(1), in = Image(2);
+        EXPECT_EQ(Video_AI_Model_Init(nullptr, &gInit), SDK_UNINIT_ERROR);
         EXPECT_EQ(Video_AI_Model_Init(handle_, nullptr), SDK_UNINIT_ERROR);
-        EXPECT_EQ(Video_AI_Proc_Process(nullptr, &out.img, &in.img, &params_), SDK_UNINIT_ERROR);
-        EXPECT_EQ(Video_AI_Proc_Process(handle_, &out.img, &in.img, nullptr), SDK_UNINIT_ERROR);
+        EXPECT_EQ(Video_AI_Proc_Process(nullptr, out->img(), in->img(), &gParams), SDK_UNINIT_ERROR);
+        EXPECT_EQ(Video_AI_Proc_Process(handle_, out->img(), in->img(), nullptr), SDK_UNINIT_ERROR);
         EXPECT_EQ(Video_AI_Proc_Process(nullptr, nullptr, nullptr, nullptr), SDK_UNINIT_ERROR);
-        EXPECT_EQ(Video_AI_Proc_Process(handle_, nullptr, &in.img, &params_), kNullImage);
-        EXPECT_EQ(Video_AI_Proc_Process(handle_, &out.img, nullptr, &params_), kNullImage);
+        EXPECT_EQ(Video_AI_Proc_Process(handle_, nullptr, in->img(), &gParams), kNullImage);
+        EXPECT_EQ(Video_AI_Proc_Process(handle_, out->img(), nullptr, &gParams), kNullImage);
         EXPECT_EQ(Video_AI_Model_Uninit(nullptr), SDK_UNINIT_ERROR);
         EXPECT_EQ(Video_AI_Proc_Uninit(nullptr), SDK_UNINIT_ERROR);
-        // Each refusal is one error line under the library's tag.
-        EXPECT_EQ(log_.Lines().size(), 9u);
-        for (const LogLine& l : log_.Lines()) {
-            EXPECT_EQ(l.prio, ANDROID_LOG_ERROR);
-            EXPECT_EQ(l.tag, "Video_AI_PROC");
-        }
+        std::vector<int> prios;
+        for (const LogLine& l : log_.Lines()) prios.push_back(l.prio);
+        EXPECT_EQ(prios, std::vector<int>(9, ANDROID_LOG_ERROR));
     }
 }
 
 TEST_F(EntryPointsTest, BypassCopiesTheSecondArgumentOverTheThird) {
     SelectMode(0);
-    Image second(0xAA), third(0x55);
-    EXPECT_EQ(Video_AI_Proc_Process(handle_, &second.img, &third.img, &params_), SDK_SUCCESS);
-    EXPECT_EQ(third.data, std::vector<unsigned char>(64, 0xAA));
-    EXPECT_EQ(second.data, std::vector<unsigned char>(64, 0xAA));
-    third.img.img_num = 2;  // the copy's own status comes back
-    EXPECT_EQ(Video_AI_Proc_Process(handle_, &second.img, &third.img, &params_), kImageCountMismatch);
-    g_log_level = 0;
-    log_.Clear();
-    Video_AI_Proc_Process(handle_, &second.img, &third.img, &params_);
-    Video_AI_Proc_Uninit(nullptr);
-    EXPECT_TRUE(log_.Lines().empty());
+    auto second = Image(0xAA), third = Image(0x55);
+    EXPECT_EQ(Video_AI_Proc_Process(handle_, second->img(), third->img(), &gParams), SDK_SUCCESS);
+    EXPECT_TRUE(*third == *Image(0xAA) && *second == *Image(0xAA));
+    third->img()->img_num = 2;  // the copy's own status comes back
+    EXPECT_EQ(Video_AI_Proc_Process(handle_, second->img(), third->img(), &gParams), kImageCountMismatch);
 }
 
 TEST(StatusNarrowing, KeepsTheLowSignedByte) {

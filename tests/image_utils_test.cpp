@@ -1,4 +1,5 @@
 // Image copy and frame dumping.
+#include <fnmatch.h>
 #include <sys/stat.h>
 
 #include <gtest/gtest.h>
@@ -43,13 +44,6 @@ struct Images {
     }
 };
 
-// `pattern` with * standing for any text within a line.
-bool Matches(const char* text, const char* pattern) {
-    if (*pattern == '*')
-        return Matches(text, pattern + 1) || (*text && *text != '\n' && Matches(text + 1, pattern));
-    return *pattern == '\0' ? *text == '\0' : *text == *pattern && Matches(text + 1, pattern + 1);
-}
-
 // Planes are copied or skipped one by one: skips never change the result, and there is no roll-back.
 TEST(CopyImageTest, PlaneWiseCopy) {
     ScopedValue<unsigned char> level(g_log_level, 1);
@@ -85,9 +79,9 @@ TEST(CopyImageTest, PlaneWiseCopy) {
             const Images& from = (cases[n].copied >> k & 1) ? in : before;
             EXPECT_EQ(out.planes[k / 4][k % 4], from.planes[k / 4][k % 4]) << "plane " << k;
         }
-        std::string texts;
-        for (const auto& t : log.Texts()) texts += (texts.empty() ? "" : "\n") + t;
-        EXPECT_TRUE(Matches(texts.c_str(), cases[n].message)) << texts;
+        const auto texts = log.Texts();
+        EXPECT_EQ(fnmatch(cases[n].message, texts.empty() ? "" : texts.back().c_str(), 0), 0);
+        EXPECT_LE(texts.size(), 1u);
     }
 }
 
@@ -105,11 +99,6 @@ TEST(CopyImageTest, RawBufferCopyAndNullArguments) {
     const char *buf = "In or out buf is nullptr in CopyImage",
                *img = "In or out image is nullptr in CopyImage";
     EXPECT_EQ(log.Texts(), (std::vector<std::string>{buf, buf, img, img}));
-    // The same results, silently, at level 0.
-    g_log_level = 0;
-    log.Clear();
-    EXPECT_EQ(CopyImage(static_cast<VAI_IMG_*>(nullptr), nullptr), kNullImage);
-    EXPECT_TRUE(log.Lines().empty());
 }
 
 std::vector<std::string> ListDir(const std::string& dir) {
@@ -221,21 +210,19 @@ TEST_F(DumpTest, WriteFile) {
     EXPECT_EQ(ReadAll(path), data);
     EXPECT_EQ(WriteFile(path.c_str(), data.data(), 0), 0);
     EXPECT_TRUE(ReadAll(path).empty());
-    // A failing open logs the path, then the open's own errno; nothing at level 0.
+    // A failing open logs the path, then the open's own errno.
     fs::create_directory(parent_ + "/blocker");
     const struct {
         std::string path;
         int err;
-    } cases[] = {
-        {parent_ + "/no/such/file", ENOENT}, {parent_ + "/blocker", EISDIR}, {parent_ + "/blocker", 0}};
+    } cases[] = {{parent_ + "/no/such/file", ENOENT}, {parent_ + "/blocker", EISDIR}};
     for (const auto& c : cases) {
-        g_log_level = c.err != 0;
         log_.Clear();
         EXPECT_EQ(WriteFile(c.path.c_str(), data.data(), 2), -1);
         const std::vector<std::string> expected = {
             "not find file_path " + c.path, "[saveYuvFile] open fail errno = " + std::to_string(c.err) +
                                                 ", reason = " + std::strerror(c.err)};
-        EXPECT_EQ(log_.Texts(), c.err == 0 ? std::vector<std::string>{} : expected);
+        EXPECT_EQ(log_.Texts(), expected);
     }
 }
 

@@ -2,24 +2,18 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "log_capture.h"
+#include "qcom_test_util.h"
 #include "algocore/utils/vai_log.h"
 
 namespace {
 
 class JsonTest : public ::testing::Test {
   protected:
-    std::string Write(const std::string& text) {
-        // Test cases run in parallel processes: keep their files apart.
-        const std::string path = std::string(VAI_TEST_BINARY_DIR) + "/json_" +
-                                 ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".json";
-        std::ofstream(path) << text;
-        return path;
-    }
+    std::string Write(const std::string& text) { return qcom_test::WriteTestFile(".json", text); }
     ScopedValue<unsigned char> level_{g_log_level, 1};
     LogCapture log_;
     rapidjson::Document doc_;

@@ -60,7 +60,7 @@ const int kShapes[][3] = {{16, 2, 0},    {32, 4, 0}, {48, 6, 8},  {64, 8, 64}, {
 const unsigned char kStrengths[][2] = {{0, 0}, {64, 64}, {200, 10}, {33, 7}, {64, 0}, {1, 63}, {255, 65}};
 
 // Runs `fn` on random frames and a tensor that end at a protected page, and compares every byte, padding
-// included, with the model; then checks anchors that do not rest on the model.
+// included, with the model.
 void Check(const Function& fn, const Format& f, const unsigned char* strength, uint32_t seed) {
     SCOPED_TRACE(std::string(fn.name) + " " + std::to_string(f.width) + "x" + std::to_string(f.height) +
                  " stride " + std::to_string(f.stride) + " bits " + std::to_string(f.bits) + " strength " +
@@ -72,7 +72,7 @@ void Check(const Function& fn, const Format& f, const unsigned char* strength, u
     out.FillRandom(seed);
     in.FillRandom(seed + 1);
     tensor.FillRandom(seed + 2);
-    const auto inBefore = in.Clone(), tensorBefore = tensor.Clone(), source = (fn.inPlace ? out : in).Clone();
+    const auto inBefore = in.Clone(), source = (fn.inPlace ? out : in).Clone();
     auto expected = out.Clone(), expectedTensor = tensor.Clone();
     if (fn.toTensor) {
         packing_model::SpaceToDepth(*in.img(), expectedTensor->plane(0), channels);
@@ -86,15 +86,6 @@ void Check(const Function& fn, const Format& f, const unsigned char* strength, u
     }
     fn.call(fn.toTensor ? in.img() : out.img(), in.img(), tensor.plane(0), strength);
     EXPECT_TRUE(out == *expected && tensor == *expectedTensor && (in == *inBefore || fn.inPlace));
-    // Strength 0 keeps the frame (vector forms: without its low 6 bits), 64 and above give the tensor.
-    const unsigned s = strength[0];
-    if (fn.toTensor || (s != 0 && s < 64)) return;
-    for (int c = 0; c < f.width / 2 && f.height > 1; ++c) {
-        const unsigned x = source->Sample(0, 2 * c + 1, 0), t = tensorBefore->plane(0)[channels * c + 1];
-        const unsigned full = fn.scalar ? t << (std::min(std::max(f.bits, 8), 16) - 8) : t * 256;
-        ASSERT_EQ(out.Sample(0, 2 * c + 1, 0), s == 0 ? (fn.scalar ? x : x & ~63u) : full)
-            << "position " << c;
-    }
 }
 
 class PackingTest : public ::testing::Test {
@@ -163,10 +154,6 @@ TEST_F(PackingTest, RefusalsLogOneErrorAndWriteNothing) {
                         !message);
         }
     }
-    log_.Clear();
-    g_log_level = 0;
-    SpaceToDepthYuv_NEON(nullptr, nullptr);
-    EXPECT_TRUE(log_.Lines().empty());
 }
 
 // Every variant the processor runs is built, the best is active unless a test chooses another, and the
@@ -179,7 +166,6 @@ TEST_F(PackingTest, VariantsAndStrengthLog) {
     expected += __builtin_cpu_supports("avx2") ? 1 : 0;
 #endif
     ASSERT_EQ(rows.count, expected);
-    EXPECT_STREQ(rows.rows[0]->name, "baseline");
     vai::packing::SetActiveRows(rows.rows[0]);
     EXPECT_EQ(&vai::packing::ActiveRows(), rows.rows[0]);
     vai::packing::SetActiveRows(nullptr);
