@@ -30,21 +30,52 @@ VAINR_CfgPars_ Defaults() {
     return c;
 }
 
-// ---- configuration ----
-
-class QcomCfgTest : public ::testing::Test {
+class QcomTest : public ::testing::Test {
   protected:
+    void TearDown() override {
+        if (handle_ != nullptr) {
+            EXPECT_EQ(VAINR_Uninit(handle_), 0);
+        }
+        EXPECT_TRUE(TornDown());
+    }
     bool Load(const std::string& json, const char* project = "TestProject") {
         cfg_ = Defaults();
-        return QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(WriteTestFile(".json", json).c_str(), project, &cfg_);
+        return QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(Cfg(json).c_str(), project, &cfg_);
     }
-    ScopedValue<unsigned char> level_{g_log_level, 1};
+    std::string Cfg(const std::string& json) { return WriteTestFile(".json", json); }
+    // An instance whose sessions fit kW x kH frames.
+    void Start(const CfgText& t, int cam = 0, const std::function<void(Init&)>& edit = nullptr) {
+        pxrt_test::SetDefaultLayout(LayoutFor(kW, kH, t.processType == 1));
+        Init init(Cfg(t.Json()), cam);
+        if (edit) edit(init);
+        ASSERT_NE(handle_ = VAINR_Init(&init.p), nullptr);
+    }
+    void Stop() {
+        EXPECT_EQ(VAINR_Uninit(handle_), 0);
+        handle_ = nullptr;
+        EXPECT_TRUE(TornDown());
+    }
+    static CfgText Quick(unsigned processType = 1) {
+        CfgText t;
+        t.processType = processType;
+        t.SwitchFrameNum = 0;
+        return t;
+    }
+    int Process(Frame& out, Frame& in, int cam, float iso = 100.0f, float drc = 1.0f) {
+        const vAIPROC::ProcParams_ p = Params(cam, iso, drc);
+        return VAINR_Process(handle_, out.img(), in.img(), &p);
+    }
+
+    Env env_;
     LogCapture log_;
+    void* handle_ = nullptr;
     VAINR_CfgPars_ cfg_{};
 };
 
+// ---- configuration ----
+
 // The sample file spells out the built-in defaults, so either drifting from the other shows here.
-TEST_F(QcomCfgTest, SampleFileHoldsTheDefaults) {
+TEST_F(QcomTest, SampleFileHoldsTheDefaults) {
     VAINR_CfgPars_ cfg = Defaults();
     ASSERT_TRUE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(VAI_TEST_SOURCE_DIR "/configs/qcom_vainr_yuv.json",
                                                        "DemoProject", &cfg));
@@ -54,7 +85,7 @@ TEST_F(QcomCfgTest, SampleFileHoldsTheDefaults) {
     EXPECT_TRUE(log_.Lines().empty());
 }
 
-TEST_F(QcomCfgTest, ReadsEveryKeyUpToBinNumber) {
+TEST_F(QcomTest, ReadsEveryKeyUpToBinNumber) {
     CfgText t;
     t.LogLevel = 3;
     t.DumpRangeIdx = 5010;
@@ -87,7 +118,7 @@ TEST_F(QcomCfgTest, ReadsEveryKeyUpToBinNumber) {
     EXPECT_TRUE(Load(t.Json(), p.name));
 }
 
-TEST_F(QcomCfgTest, RejectsBadFiles) {
+TEST_F(QcomTest, RejectsBadFiles) {
     // Each key missing in turn: the scalar keys before it are read (LogLevel comes first).
     for (const char* key :
          {"LogLevel", "processType", "DumpRangeIdx", "FrontCamNum", "RearCamNum", "SwitchFrameNum",
@@ -120,67 +151,25 @@ TEST_F(QcomCfgTest, RejectsBadFiles) {
     std::string mistyped = CfgText().Json();
     mistyped.replace(mistyped.rfind("\"BoostValue\": 100"), 17, "\"BoostValue\": -1 ");
     EXPECT_FALSE(Load(mistyped));
-    VAINR_CfgPars_ c = Defaults();
-    EXPECT_FALSE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(nullptr, "p", &c));
-    EXPECT_FALSE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom("x.json", nullptr, &c));
+    EXPECT_FALSE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(nullptr, "p", &cfg_));
+    EXPECT_FALSE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom("x.json", nullptr, &cfg_));
     EXPECT_FALSE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom("x.json", "p", nullptr));
 }
 
 // ---- initialisation and teardown ----
 
-class QcomTest : public ::testing::Test {
-  protected:
-    void TearDown() override {
-        if (handle_ != nullptr) {
-            EXPECT_EQ(VAINR_Uninit(handle_), 0);
-        }
-        EXPECT_TRUE(TornDown());
-    }
-    std::string Cfg(const CfgText& t) { return WriteTestFile(".json", t.Json()); }
-    // An instance whose sessions fit kW x kH frames.
-    void Start(const CfgText& t, int cam = 0, const std::function<void(Init&)>& edit = nullptr) {
-        pxrt_test::SetDefaultLayout(LayoutFor(kW, kH, t.processType == 1));
-        Init init(Cfg(t), cam);
-        if (edit) edit(init);
-        handle_ = VAINR_Init(&init.p);
-        ASSERT_NE(handle_, nullptr);
-    }
-    void Stop() {
-        EXPECT_EQ(VAINR_Uninit(handle_), 0);
-        handle_ = nullptr;
-        EXPECT_TRUE(TornDown());
-    }
-    static CfgText Quick(unsigned processType = 1) {
-        CfgText t;
-        t.processType = processType;
-        t.SwitchFrameNum = 0;
-        return t;
-    }
-    int Process(Frame& out, Frame& in, int cam, float iso = 100.0f, float drc = 1.0f) {
-        const vAIPROC::ProcParams_ p = Params(cam, iso, drc);
-        return VAINR_Process(handle_, out.img(), in.img(), &p);
-    }
-
-    Env env_;
-    LogCapture log_;
-    void* handle_ = nullptr;
-};
-
 TEST_F(QcomTest, InitHandsTheRuntimeItsArguments) {
-    pxrt_test::SessionLayout layout;
-    layout.input_bytes = {600, 70};
-    layout.output_bytes = {900};
-    pxrt_test::SetLayout("model3", layout);
+    pxrt_test::SetLayout("model3", {{600, 70}, {900}});
+    pxrt_test::Fail(Op::kCreateInputTensor, 0, 1);  // a null tensor is not fatal here
     CfgText t;
     t.LogLevel = 5;
     t.DumpRangeIdx = 12345;
     t.cams[3].BoostValue = 321;
-    Init init(Cfg(t), 3);
+    Init init(Cfg(t.Json()), 3);
     const std::string long_path(300, 'm');
     init.p.model_path[1] = long_path.c_str();
     init.p.model_path[2] = nullptr;
-    handle_ = VAINR_Init(&init.p);
-    ASSERT_NE(handle_, nullptr);
+    ASSERT_NE(handle_ = VAINR_Init(&init.p), nullptr);
     auto* ctx = Ctx(handle_);
     init.models[0] = "changed after init";  // the instance keeps copies
 
@@ -199,7 +188,6 @@ TEST_F(QcomTest, InitHandsTheRuntimeItsArguments) {
                                     cs.reserved0, cs.reserved1}),
               (std::vector<int64_t>{5, 2048, 2, 3, 0, 321, 0, 0}));
     EXPECT_EQ(cs.session, ctx->m_session[0]);
-    EXPECT_EQ(calls[6].index, 1u);
     const size_t sizes[] = {600, 70, 900};
     const pxrt_test::Call* tensors[] = {&calls[5], &calls[7], &calls[9]};
     for (int i = 0; i < 3; ++i) {
@@ -219,68 +207,58 @@ TEST_F(QcomTest, InitHandsTheRuntimeItsArguments) {
               (std::vector<size_t>{2, 70, 3, 1, 0, 1, 12, 345, 5}));
     EXPECT_STREQ(ctx->model_name[0], "model0");
     EXPECT_EQ(std::string(ctx->model_name[1]), long_path.substr(0, 255));
+    EXPECT_EQ(ctx->vai_handle.input_tensors[0].at(1), nullptr);
     EXPECT_STREQ(ctx->model_name[2], "");
     EXPECT_EQ(vemo::AlgorithmMemory::mapFind(ctx), sizeof(*ctx));
     // The one informational line logged at error priority.
     EXPECT_TRUE(log_.Contains("cam_type:3, model_name:model3, m_session[0]:(nil)"));
-    Stop();
-    EXPECT_EQ(pxrt_test::CallCount(Op::kReleaseSession), 1u);
 }
 
 // Each failure returns null and leaves nothing behind; the last runtime call shows where it stopped.
 TEST_F(QcomTest, EveryInitFailureTearsDownCompletely) {
-    const auto layout = [](std::vector<size_t> in) {
-        pxrt_test::SessionLayout s;
-        s.input_bytes = std::move(in);
-        pxrt_test::SetDefaultLayout(s);
-    };
     const struct {
         const char* name;
-        std::function<void(Init&, CfgText&)> setup;
+        std::function<void(Init&)> setup;
         Op last;  // kOpCount: the runtime was never called
     } cases[] = {
-        {"dlopen", [](Init&, CfgText&) { setenv("VAI_PXRT_LIBRARY", "/nonexistent/libPXRT.so", 1); },
+        {"dlopen", [](Init&) { setenv("VAI_PXRT_LIBRARY", "/nonexistent/libPXRT.so", 1); }, Op::kOpCount},
+        {"dlsym", [](Init&) { setenv("VAI_PXRT_LIBRARY", VAI_TEST_RUNTIME_INCOMPLETE_PATH, 1); },
          Op::kOpCount},
-        {"dlsym", [](Init&, CfgText&) { setenv("VAI_PXRT_LIBRARY", VAI_TEST_RUNTIME_INCOMPLETE_PATH, 1); },
-         Op::kOpCount},
-        {"CreateInterpreter", [](Init&, CfgText&) { pxrt_test::Fail(Op::kCreateInterpreter, 0); },
+        {"CreateInterpreter", [](Init&) { pxrt_test::Fail(Op::kCreateInterpreter, 0); },
          Op::kCreateInterpreter},
-        {"configuration", [](Init& i, CfgText&) { i.p.cfg_path = "/nonexistent.json"; },
+        {"configuration", [](Init& i) { i.p.cfg_path = "/nonexistent.json"; }, Op::kCreateInterpreter},
+        {"project name", [](Init& i) { std::snprintf(i.p.project_name, 16, "Other"); },
          Op::kCreateInterpreter},
-        {"project name", [](Init& i, CfgText&) { std::snprintf(i.p.project_name, 16, "Other"); },
-         Op::kCreateInterpreter},
-        {"camera type above the record", [](Init& i, CfgText&) { i.p.cam_type = 5; }, Op::kCreateInterpreter},
-        {"negative camera type", [](Init& i, CfgText&) { i.p.cam_type = -1; }, Op::kCreateInterpreter},
-        {"CreateSession", [](Init&, CfgText&) { pxrt_test::Fail(Op::kCreateSession, -9); },
+        {"camera type above the record", [](Init& i) { i.p.cam_type = 5; }, Op::kCreateInterpreter},
+        {"negative camera type", [](Init& i) { i.p.cam_type = -1; }, Op::kCreateInterpreter},
+        {"CreateSession", [](Init&) { pxrt_test::Fail(Op::kCreateSession, -9); }, Op::kCreateSession},
+        {"CreateSession without a session", [](Init&) { pxrt_test::Fail(Op::kCreateSession, 0); },
          Op::kCreateSession},
-        {"CreateSession without a session", [](Init&, CfgText&) { pxrt_test::Fail(Op::kCreateSession, 0); },
-         Op::kCreateSession},
-        {"no model path", [](Init& i, CfgText&) { i.p.model_path[0] = nullptr; }, Op::kCreateSession},
-        {"GetSessionInputNumber", [](Init&, CfgText&) { pxrt_test::Fail(Op::kGetSessionInputNumber, 11); },
+        {"no model path", [](Init& i) { i.p.model_path[0] = nullptr; }, Op::kCreateSession},
+        {"GetSessionInputNumber", [](Init&) { pxrt_test::Fail(Op::kGetSessionInputNumber, 11); },
          Op::kGetSessionInputNumber},
-        {"GetSessionOutputNumber", [](Init&, CfgText&) { pxrt_test::Fail(Op::kGetSessionOutputNumber, 12); },
+        {"GetSessionOutputNumber", [](Init&) { pxrt_test::Fail(Op::kGetSessionOutputNumber, 12); },
          Op::kGetSessionOutputNumber},
         {"five inputs",
-         [&](Init&, CfgText&) {
-             layout({1, 2, 3, 4, 5});
+         [](Init&) {
+             pxrt_test::SetDefaultLayout({{1, 2, 3, 4, 5}});
          },
          Op::kGetSessionInputNumber},
         {"second input size",
-         [&](Init&, CfgText&) {
-             layout({8, 8});
+         [](Init&) {
+             pxrt_test::SetDefaultLayout({{8, 8}});
              pxrt_test::Fail(Op::kGetSessionInputSize, 13, 1);
          },
          Op::kGetSessionInputSize},
-        {"GetSessionOutputSize", [](Init&, CfgText&) { pxrt_test::Fail(Op::kGetSessionOutputSize, 14); },
+        {"GetSessionOutputSize", [](Init&) { pxrt_test::Fail(Op::kGetSessionOutputSize, 14); },
          Op::kGetSessionOutputSize},
     };
     for (const auto& f : cases) {
         SCOPED_TRACE(f.name);
         pxrt_test::Reset();
         setenv("VAI_PXRT_LIBRARY", VAI_TEST_RUNTIME_PATH, 1);
-        CfgText t;
-        Init init(Cfg(t), 0);
-        f.setup(init, t);
+        Init init(Cfg(CfgText().Json()), 0);
+        f.setup(init);
         EXPECT_EQ(VAINR_Init(&init.p), nullptr);
         std::vector<Op> ops = Ops();  // up to the teardown's release
         ops.erase(std::remove(ops.begin(), ops.end(), Op::kReleaseSession), ops.end());
@@ -294,33 +272,6 @@ TEST_F(QcomTest, EveryInitFailureTearsDownCompletely) {
     EXPECT_EQ(VAINR_Uninit(nullptr), SDK_UNINIT_ERROR);
 }
 
-// Camera types the file does not configure keep the built-in defaults and are processed with them;
-// a file may configure no camera at all.
-TEST_F(QcomTest, UnconfiguredCameraTypesUseTheDefaults) {
-    for (unsigned rear : {3u, 0u}) {
-        SCOPED_TRACE(rear);
-        pxrt_test::Reset();
-        pxrt_test::SetRunHook(FillOutput(1));
-        CfgText t = Quick();
-        t.RearCamNum = rear;
-        t.FrontCamNum = rear == 0 ? 0 : 1;
-        t.cams[4].processEnable = 0;  // not read: camera 4 is beyond the configured ones
-        Start(t, 4);
-        auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH, 0xFFFF, 0xFFFF);
-        ASSERT_EQ(Process(*out, *in, 4, 1200.0f), 0);
-        EXPECT_TRUE(*out == *MakeFrame(kW, kH, 4 * 6, 4 * 32));
-        Stop();
-    }
-}
-
-// A tensor the runtime failed to create is not fatal at initialisation.
-TEST_F(QcomTest, NullTensorsAreNotFatalAtInit) {
-    pxrt_test::Fail(Op::kCreateInputTensor, 0);
-    Start(CfgText(), 0);
-    ASSERT_EQ(Ctx(handle_)->vai_handle.input_tensors[0].size(), 1u);
-    EXPECT_EQ(Ctx(handle_)->vai_handle.input_tensors[0][0], nullptr);
-}
-
 // ---- frame processing ----
 
 // With a black frame and a network answering 1 everywhere, each output sample is 4 x strength.
@@ -328,43 +279,39 @@ TEST_F(QcomTest, StrengthsFollowTheGainTable) {
     const struct {
         const char* name;
         float iso, drc;
-        std::function<void(CamText&)> table;
         int y, uv;
+        std::vector<unsigned> nr = {}, chroma = {};  // empty: the defaults
+        unsigned bins = 8, rear = 4, front = 1;
     } cases[] = {
-        {"below the first bin", 799.0f, 1.0f, nullptr, 0, 32},
-        {"at the first bin", 800.0f, 1.0f, nullptr, 0, 32},
-        {"worked example", 1200.0f, 1.0f, nullptr, 6, 32},
-        {"gain is ISO x DRC", 550.0f, 2.0f, nullptr, 4, 32},  // 1100: (0*500 + 12*300) / 800
-        {"second bin", 2400.0f, 1.0f, nullptr, 15, 32},       // (12*800 + 19*800) / 1600
-        {"both interpolate", 11000.0f, 1.0f, nullptr, 35, 34},
-        {"9200 bin edge", 9200.0f, 1.0f, nullptr, 32, 32},
-        {"at the last bin", 25600.0f, 1.0f, nullptr, 51, 40},
-        {"above the last bin", 1e9f, 1.0f, nullptr, 51, 40},
-        {"last used bin, not the table end", 5000.0f, 1.0f, [](CamText& c) { c.BinNumber = 3; }, 19, 32},
-        {"equal neighbours", 1000.0f, 1.0f,
-         [](CamText& c) {
-             c.nr = {20, 20}, c.chroma = {9, 9};
-         },
-         20, 9},
-        {"low byte of a wide strength", 100.0f, 1.0f, [](CamText& c) { c.nr = {300}, c.chroma = {257}; }, 44,
-         1},
-        {"above 64 clamps", 100.0f, 1.0f, [](CamText& c) { c.nr = {100}, c.chroma = {65}; }, 64, 64},
-        {"BinNumber 0 counts as one bin", 5000.0f, 1.0f, [](CamText& c) { c.BinNumber = 0; }, 0, 32},
-        {"falling table", 1200.0f, 1.0f,
-         [](CamText& c) {
-             c.nr = {40, 20}, c.chroma = {8, 0};
-         },
-         30, 4},
+        {"below the first bin", 799.0f, 1.0f, 0, 32},
+        {"worked example", 1200.0f, 1.0f, 6, 32},
+        {"gain is ISO x DRC", 550.0f, 2.0f, 4, 32},  // 1100: (0*500 + 12*300) / 800
+        {"second bin", 2400.0f, 1.0f, 15, 32},       // (12*800 + 19*800) / 1600
+        {"both interpolate", 11000.0f, 1.0f, 35, 34},
+        {"at the last bin", 25600.0f, 1.0f, 51, 40},
+        {"last used bin, not the table end", 5000.0f, 1.0f, 19, 32, {}, {}, 3},
+        {"equal neighbours", 1000.0f, 1.0f, 20, 9, {20, 20}, {9, 9}},
+        {"low byte of a wide strength", 100.0f, 1.0f, 44, 1, {300}, {257}},
+        {"above 64 clamps", 100.0f, 1.0f, 64, 64, {100}, {65}},
+        {"BinNumber 0 counts as one bin", 5000.0f, 1.0f, 0, 32, {}, {}, 0},
+        {"falling table", 1200.0f, 1.0f, 30, 4, {40, 20}, {8, 0}},
+        // Camera 4 is disabled in the file; when the file does not configure it, the defaults apply.
+        {"camera beyond the configured ones", 1200.0f, 1.0f, 6, 32, {}, {}, 8, 3},
+        {"no camera configured", 1200.0f, 1.0f, 6, 32, {}, {}, 8, 0, 0},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         pxrt_test::Reset();
         pxrt_test::SetRunHook(FillOutput(1));
         CfgText t = Quick();
-        if (c.table) c.table(t.cams[2]);
-        Start(t, 2);
+        t.RearCamNum = c.rear, t.FrontCamNum = c.front;
+        t.cams[4].processEnable = 0;
+        const int cam = c.rear == 4 ? 2 : 4;
+        if (!c.nr.empty()) t.cams[cam].nr = c.nr, t.cams[cam].chroma = c.chroma;
+        t.cams[cam].BinNumber = c.bins;
+        Start(t, cam);
         auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH, 0xFFFF, 0xFFFF);
-        ASSERT_EQ(Process(*out, *in, 2, c.iso, c.drc), 0);
+        ASSERT_EQ(Process(*out, *in, cam, c.iso, c.drc), 0);
         EXPECT_TRUE(*out ==
                     *MakeFrame(kW, kH, static_cast<uint16_t>(4 * c.y), static_cast<uint16_t>(4 * c.uv)));
         Stop();
@@ -389,16 +336,11 @@ TEST_F(QcomTest, PackRunUnpackChain) {
         auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH);
         in->FillRandom(type);
         ASSERT_EQ(Process(*out, *in, 0), 0);
-        for (int p = 0; p < 2; ++p) {
-            for (int y = 0; y < kH >> p; ++y) {
-                for (int x = 0; x < kW; ++x) {
-                    // Luma-only models leave chroma to the traced copy.
-                    const uint16_t v = in->Sample(p, x, y);
-                    ASSERT_EQ(out->Sample(p, x, y), p == 1 && type == 0 ? v : (v & 0xFF00))
-                        << p << " " << x << "," << y;
-                }
-            }
-        }
+        // Each sample's low byte goes; luma-only models leave chroma to the traced copy.
+        std::vector<uint8_t> expected = in->Bytes();
+        const size_t processed = type == 1 ? expected.size() : in->plane_bytes(0);
+        for (size_t i = 0; i < processed; i += 2) expected[i] = 0;
+        ASSERT_TRUE(out->Bytes() == expected);
         if (type == 1) {  // (in place, a luma-only frame's chroma copy onto itself is refused)
             ASSERT_EQ(Process(*in, *in, 0), 0);
             EXPECT_TRUE(*in == *out);
@@ -407,21 +349,8 @@ TEST_F(QcomTest, PackRunUnpackChain) {
     }
 }
 
-TEST_F(QcomTest, ErrorStatusesLeaveTheOutputAlone) {
-    pxrt_test::Fail(Op::kRun, 42);
-    Start(Quick(), 0);
-    auto in = MakeFrame(kW, kH, 0x1234, 0x5678), out = MakeFrame(kW, kH, 0xABAB, 0xCDCD);
-    const vAIPROC::ProcParams_ p = Params(0);
-    EXPECT_EQ(VAINR_Process(nullptr, out->img(), in->img(), &p), SDK_UNINIT_ERROR);
-    EXPECT_EQ(VAINR_Process(handle_, out->img(), in->img(), nullptr), SDK_UNINIT_ERROR);
-    EXPECT_EQ(VAINR_Process(handle_, nullptr, in->img(), &p), kNullImage);
-    EXPECT_EQ(VAINR_Process(handle_, out->img(), nullptr, &p), kNullImage);
-    EXPECT_EQ(VAINR_Process(handle_, out->img(), in->img(), &p), SDK_INVALID_MODEL_ERR);
-    EXPECT_TRUE(*out == *MakeFrame(kW, kH, 0xABAB, 0xCDCD));
-    EXPECT_EQ(vai::qcom::ModelSwitch(nullptr, 1), SDK_UNINIT_ERROR);
-}
-
-// Frames the network cannot take are copied unchanged, with an error line, and never reach Run.
+// Frames the network cannot take are copied unchanged, with an error line, and never reach Run;
+// errors return before anything is written.
 TEST_F(QcomTest, FramesThatCannotBeProcessedAreCopied) {
     CfgText t = Quick();
     t.cams[1].processEnable = 0;
@@ -432,12 +361,9 @@ TEST_F(QcomTest, FramesThatCannotBeProcessedAreCopied) {
         int cam;
         int width, in_bits, out_bits;
     } cases[] = {
-        {"disabled camera type", 1, kW, 10, 10},
-        {"camera type above the record", 5, kW, 10, 10},
-        {"negative camera type", -2, kW, 10, 10},
-        {"8-bit input", 0, kW, 8, 10},
-        {"8-bit output", 0, kW, 10, 8},
-        {"tensors smaller than the frame", 0, 2 * kW, 10, 10},
+        {"disabled camera type", 1, kW, 10, 10},  {"camera type above the record", 5, kW, 10, 10},
+        {"negative camera type", -2, kW, 10, 10}, {"8-bit input", 0, kW, 8, 10},
+        {"8-bit output", 0, kW, 10, 8},           {"tensors smaller than the frame", 0, 2 * kW, 10, 10},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -454,9 +380,19 @@ TEST_F(QcomTest, FramesThatCannotBeProcessedAreCopied) {
     }
     EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 0u);
     // A copy's own status comes back.
-    auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH);
+    auto in = MakeFrame(kW, kH, 0x1234, 0x5678), out = MakeFrame(kW, kH, 0xABAB, 0xCDCD);
     in->img()->img_num = 2;
     EXPECT_EQ(Process(*out, *in, 1), kImageCountMismatch);
+    in->img()->img_num = 1;
+    pxrt_test::Fail(Op::kRun, 42);
+    const vAIPROC::ProcParams_ p = Params(0);
+    EXPECT_EQ(VAINR_Process(nullptr, out->img(), in->img(), &p), SDK_UNINIT_ERROR);
+    EXPECT_EQ(VAINR_Process(handle_, out->img(), in->img(), nullptr), SDK_UNINIT_ERROR);
+    EXPECT_EQ(VAINR_Process(handle_, nullptr, in->img(), &p), kNullImage);
+    EXPECT_EQ(VAINR_Process(handle_, out->img(), nullptr, &p), kNullImage);
+    EXPECT_EQ(VAINR_Process(handle_, out->img(), in->img(), &p), SDK_INVALID_MODEL_ERR);
+    EXPECT_TRUE(*out == *MakeFrame(kW, kH, 0xABAB, 0xCDCD));
+    EXPECT_EQ(vai::qcom::ModelSwitch(nullptr, 1), SDK_UNINIT_ERROR);
 }
 
 // Frames in the dump range are written, input and output under the same tag.
@@ -501,7 +437,6 @@ TEST_F(QcomTest, CameraChangeSwitchesModelsInTheBackground) {
     });
     pxrt_test::SetRunHook(FillOutput(0x11));
     Start(t, 0);
-    auto* ctx = Ctx(handle_);
     auto in = MakeFrame(kW, kH, 0x1234, 0x5678);
     const auto processed = [&](int cam) {
         auto out = MakeFrame(kW, kH);
@@ -511,28 +446,21 @@ TEST_F(QcomTest, CameraChangeSwitchesModelsInTheBackground) {
 
     for (int i = 1; i <= 3; ++i) EXPECT_FALSE(processed(0)) << "warm-up after init " << i;
     EXPECT_TRUE(processed(0));
-    EXPECT_FALSE(processed(1));  // the change itself
-    EXPECT_EQ(ctx->switch_pending, 1);
-    EXPECT_EQ(ctx->frame_count, 0u);
-    EXPECT_EQ(ctx->last_cam_type, 1u);
+    EXPECT_FALSE(processed(1));                              // the change itself
     for (int i = 0; i < 3; ++i) EXPECT_FALSE(processed(1));  // warm-up
     EXPECT_EQ(pxrt_test::CallCount(Op::kCreateSession), 1u);
     EXPECT_FALSE(processed(1));  // starts the switch
-    EXPECT_EQ(ctx->switch_pending, 0);
     ASSERT_TRUE(gate.Reached());
     for (int i = 0; i < 3; ++i) EXPECT_FALSE(processed(1));  // while it runs
     EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 1u);
 
     gate.Open();
-    ASSERT_TRUE(WaitFor([&] { return ctx->switch_done.load(std::memory_order_acquire) == 1; }));
+    ASSERT_TRUE(WaitFor([&] { return Ctx(handle_)->switch_done.load(std::memory_order_acquire) == 1; }));
     EXPECT_TRUE(processed(1));
     const std::vector<pxrt_test::Call> sessions = pxrt_test::Calls(Op::kCreateSession);
     ASSERT_EQ(sessions.size(), 2u);
-    EXPECT_EQ(sessions[1].model_path, "model1");
-    EXPECT_EQ(sessions[1].boost, 77);
-    EXPECT_EQ(sessions[1].device, 5);
+    EXPECT_EQ((std::vector<int64_t>{sessions[1].boost, sessions[1].device}), (std::vector<int64_t>{77, 5}));
     EXPECT_EQ(pxrt_test::Calls(Op::kRun).back().session, sessions[1].session);
-    EXPECT_EQ(pxrt_test::Calls(Op::kReleaseSession).at(0).session, sessions[0].session);
     const pxrt_test::Live live = pxrt_test::LiveObjects();
     EXPECT_EQ(live.interpreters + live.sessions + live.tensors, 4);
 }
@@ -542,16 +470,12 @@ TEST_F(QcomTest, CameraChangeSwitchesModelsInTheBackground) {
 TEST_F(QcomTest, SwitchReplacesSessionAndTensors) {
     pxrt_test::SessionLayout layout = LayoutFor(kW, kH, true);
     layout.output_bytes.push_back(16);
-    pxrt_test::SetDefaultLayout(layout);
-    Init init(Cfg(CfgText()), 0);
-    handle_ = VAINR_Init(&init.p);
-    ASSERT_NE(handle_, nullptr);
+    Start(CfgText(), 0, [&](Init&) { pxrt_test::SetDefaultLayout(layout); });
     auto* ctx = Ctx(handle_);
     void* old_session = ctx->m_session[0];
     pxrt_test::Reset();
     pxrt_test::SetDefaultLayout(layout);
     EXPECT_EQ(vai::qcom::ModelSwitch(handle_, 3), SDK_SUCCESS);
-    EXPECT_EQ(ctx->switch_done.load(), 1);
     EXPECT_EQ(Ops(),
               (std::vector<Op>{Op::kReleaseSession, Op::kCreateSession, Op::kGetSessionInputNumber,
                                Op::kGetSessionInputSize, Op::kGetSessionOutputNumber,
@@ -591,7 +515,8 @@ TEST_P(QcomTeardownTest, WaitsForARunningSwitch) {
     std::atomic<bool> tearing_down{false};
     std::thread opener([&] {
         WaitFor([&] { return tearing_down.load(); });
-        if (level != 0) WaitFor([&] { return log_.Contains("On model switching! Wait in VAINR_Uninit!"); });
+        EXPECT_TRUE(level == 0 ||
+                    WaitFor([&] { return log_.Contains("On model switching! Wait in VAINR_Uninit!"); }));
         gate.Open();
     });
     tearing_down = true;
@@ -599,9 +524,6 @@ TEST_P(QcomTeardownTest, WaitsForARunningSwitch) {
     handle_ = nullptr;
     opener.join();
     EXPECT_EQ(pxrt_test::CallCount(Op::kCreateInputTensor), 2u);  // the switch got to its end
-    if (level != 0) {
-        EXPECT_GE(log_.Count("On model switching! Wait in VAINR_Uninit!"), 1u);
-    }
 }
 
 INSTANTIATE_TEST_SUITE_P(LogLevel, QcomTeardownTest, ::testing::Values(1u, 0u));
