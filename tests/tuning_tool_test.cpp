@@ -11,7 +11,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iterator>
 #include <map>
 #include <sstream>
@@ -39,8 +38,7 @@ struct Result {
 Result Tool(const std::string& args) {
     FILE* p = popen((VAI_TOOL_CMD " " + args + " 2>/dev/null").c_str(), "r");
     std::string out;
-    char buf[4096];
-    for (size_t n; (n = std::fread(buf, 1, sizeof(buf), p)) > 0;) out.append(buf, n);
+    for (int ch; (ch = std::fgetc(p)) != EOF;) out += static_cast<char>(ch);
     const int st = pclose(p);
     return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, out};
 }
@@ -52,135 +50,86 @@ std::string Read(const std::string& path) {
 
 Document Json(const std::string& text) {
     Document d;
-    d.Parse<rapidjson::kParseCommentsFlag>(text.c_str());
-    return d;
+    return std::move(d.Parse<rapidjson::kParseCommentsFlag>(text.c_str()));
 }
 
-std::string Write(const Document& d, const std::string& name) {
-    rapidjson::StringBuffer buf;
-    rapidjson::Writer<rapidjson::StringBuffer> w(buf);
-    d.Accept(w);
-    const std::string path = VAI_TEST_BINARY_DIR "/tuning_" + name + ".json";
-    std::ofstream(path) << buf.GetString();
-    return path;
-}
+const std::string P = "/DemoProject", A = P + "/VideoAIProcPars", C = A + "/";
 
-const std::string P = "/DemoProject", C = P + "/VideoAIProcPars/";
-
-void SetUint(Document& d, const std::string& path, int64_t v) {
-    Pointer(path.c_str()).Set(d, v);
-}
-
+// A broken copy of a sample file: the exit status and, for a file the tool reads, the loader's verdict
+// and a finding at `finding` (by default at the first edit), an error when the status is 1.
 struct Broken {
     const char* name;
     int mode;
-    std::function<void(Document&)> edit;  // null: the file is cut short
-    std::string args;
+    // Members set to JSON text, or to a copy of the member a pointer names (JSON text never starts with
+    // '/'), or removed (null); an edit at "" cuts the file short.
+    std::vector<std::pair<std::string, const char*>> edits;
     int status;
-    std::string path;  // a finding expected there
-    const char* severity;
     bool loader_accepts;
+    std::string finding = "";
+    std::string args = "";
 };
 
 TEST(TuningTool, BrokenFiles) {
     const Broken rows[] = {
-        {"not JSON", 1, nullptr, "", 1, "", "error", false},
-        {"missing key", 1, [](Document& d) { Pointer((C + "1/BoostValue").c_str()).Erase(d); }, "", 1,
-         C + "1/BoostValue", "error", false},
-        {"mistyped key", 1, [](Document& d) { Pointer((P + "/SwitchFrameNum").c_str()).Set(d, "7"); }, "", 1,
-         P + "/SwitchFrameNum", "error", false},
-        {"negative strength", 9, [](Document& d) { SetUint(d, C + "0/NrStrength/2", -3); }, "", 1,
-         C + "0/NrStrength/2", "error", false},
-        {"cameras beyond the record", 1, [](Document& d) { SetUint(d, P + "/RearCamNum", 5); }, "", 1,
-         P + "/RearCamNum", "error", false},
-        {"cameras beyond the array", 9,
-         [](Document& d) {
-             Pointer((C + "4").c_str()).Erase(d);
-             Pointer((C + "3").c_str()).Erase(d);
-         },
-         "", 1, P + "/VideoAIProcPars", "error", false},
-        {"BinNumber 0", 1, [](Document& d) { SetUint(d, C + "0/BinNumber", 0); }, "", 1, C + "0/BinNumber",
-         "error", true},
-        {"BinNumber above 16", 9, [](Document& d) { SetUint(d, C + "3/BinNumber", 17); }, "", 1,
-         C + "3/BinNumber", "error", false},
-        {"bounds not ascending", 1, [](Document& d) { SetUint(d, C + "2/ISOBinIndex/3", 3200); }, "", 1,
-         C + "2/ISOBinIndex/3", "error", true},
-        {"strength beyond the blend", 1, [](Document& d) { SetUint(d, C + "4/ChromaNrStrength/5", 65); }, "",
-         1, C + "4/ChromaNrStrength/5", "error", true},
-        {"strength beyond a byte", 9, [](Document& d) { SetUint(d, C + "1/NrStrength/7", 256); }, "", 1,
-         C + "1/NrStrength/7", "error", true},
-        {"table shorter than BinNumber", 9,
-         [](Document& d) { Pointer((C + "0/ISOBinIndex/7").c_str()).Erase(d); }, "", 1, C + "0/ISOBinIndex",
-         "error", true},
-        {"project name over 16 bytes", 1,
-         [](Document& d) {
-             Value copy(d["DemoProject"], d.GetAllocator());
-             d.AddMember("ProjectNameOf17By", copy, d.GetAllocator());
-         },
-         "", 1, "/ProjectNameOf17By", "error", true},
-        {"unknown key", 1,
-         [](Document& d) {
-             SetUint(d, C + "1/NrStrenght", 3);
-             Value copy(d["DemoProject"], d.GetAllocator());
-             d.AddMember("ProjectNameOf16B", copy, d.GetAllocator());  // the longest a caller can select
-         },
-         "", 0, C + "1/NrStrenght", "warning", true},
-        {"table not an array", 9, [](Document& d) { SetUint(d, C + "2/DetailStrength", 5); }, "", 1,
-         C + "2/DetailStrength", "error", false},
-        {"no such project", 9, [](Document&) {}, "-p Other", 1, "/Other", "error", false},
-        {"empty camera array", 9,
-         [](Document& d) { Pointer((P + "/VideoAIProcPars").c_str()).Set(d, Value(rapidjson::kArrayType)); },
-         "", 1, P + "/VideoAIProcPars", "error", false},
-        {"unsupported mode", 5, [](Document&) {}, "", 2, "", nullptr, false},
-        {"project over 16 characters", 1, [](Document&) {}, "-p 12345678901234567", 2, "", nullptr, false},
+        {"not JSON", 1, {{"", nullptr}}, 1, false},
+        {"missing key", 1, {{C + "1/BoostValue", nullptr}}, 1, false},
+        {"mistyped key", 1, {{P + "/SwitchFrameNum", "\"7\""}}, 1, false},
+        {"negative strength", 9, {{C + "0/NrStrength/2", "-3"}}, 1, false},
+        {"cameras beyond the record", 1, {{P + "/RearCamNum", "5"}}, 1, false},
+        {"cameras beyond the array", 9, {{C + "4", nullptr}, {C + "3", nullptr}}, 1, false, A},
+        {"BinNumber 0", 1, {{C + "0/BinNumber", "0"}}, 1, true},
+        {"BinNumber above 16", 9, {{C + "3/BinNumber", "17"}}, 1, false},
+        {"bounds not ascending", 1, {{C + "2/ISOBinIndex/3", "3200"}}, 1, true},
+        {"strength beyond the blend", 1, {{C + "4/ChromaNrStrength/5", "65"}}, 1, true},
+        {"strength beyond a byte", 9, {{C + "1/NrStrength/7", "256"}}, 1, true},
+        {"table shorter than BinNumber", 9, {{C + "0/ISOBinIndex/7", nullptr}}, 1, true, C + "0/ISOBinIndex"},
+        {"project name over 16 bytes", 1, {{"/ProjectNameOf17By", "/DemoProject"}}, 1, true},
+        // A 16-byte project name, the longest a caller can select, is no finding.
+        {"unknown key", 1, {{C + "1/NrStrenght", "3"}, {"/ProjectNameOf16B", "/DemoProject"}}, 0, true},
+        {"table not an array", 9, {{C + "2/DetailStrength", "5"}}, 1, false},
+        {"no such project", 9, {}, 1, false, "/Other", "-p Other"},
+        {"empty camera array", 9, {{A, "[]"}}, 1, false},
+        {"unsupported mode", 5, {}, 2, false},
+        {"project over 16 characters", 1, {}, 2, false, "", "-p 12345678901234567"},
     };
-    int n = 0;
     for (const Broken& row : rows) {
         SCOPED_TRACE(row.name);
         Document d = Json(Read(kConfigs + (row.mode == 9 ? "mtk_vainr_yuv.json" : "qcom_vainr_yuv.json")));
-        std::string file;
-        if (row.edit) {
-            row.edit(d);
-            file = Write(d, std::to_string(n++));
-        } else {
-            file = VAI_TEST_BINARY_DIR "/tuning_cut.json";
-            std::ofstream(file) << Read(kConfigs + "qcom_vainr_yuv.json").substr(0, 300);
+        size_t keep = std::string::npos;
+        for (const auto& [at, to] : row.edits) {
+            if (at.empty()) {
+                keep = 300;
+            } else if (to == nullptr) {
+                Pointer(at.c_str()).Erase(d);
+            } else {
+                Document v;
+                v.Parse(to);
+                Value copy(to[0] == '/' ? *Pointer(to).Get(d) : static_cast<Value&>(v), d.GetAllocator());
+                Pointer(at.c_str()).Set(d, copy);
+            }
         }
+        rapidjson::StringBuffer buf;
+        rapidjson::Writer<rapidjson::StringBuffer> w(buf);
+        d.Accept(w);
+        const std::string file = VAI_TEST_BINARY_DIR "/tuning_broken.json";
+        std::ofstream(file) << std::string(buf.GetString()).substr(0, keep);
         const Result r =
             Tool("check-config --json -m " + std::to_string(row.mode) + " " + row.args + " " + file);
         EXPECT_EQ(r.status, row.status);
-        if (row.severity == nullptr) {
-            EXPECT_EQ(r.out, "");
+        if (row.status == 2) {
+            EXPECT_EQ(r.out, "");  // usage errors go to stderr
             continue;
         }
         const Document report = Json(r.out);
         ASSERT_TRUE(report.IsObject()) << r.out;
         EXPECT_EQ(report["loader_accepts"].GetBool(), row.loader_accepts);
+        const std::string path = row.edits.empty() || !row.finding.empty() ? row.finding : row.edits[0].first;
         bool found = false;
         for (const Value& f : report["findings"].GetArray()) {
-            found |=
-                f["path"].GetString() == row.path && f["severity"].GetString() == std::string(row.severity);
+            found |= f["path"].GetString() == path &&
+                     f["severity"].GetString() == std::string(row.status ? "error" : "warning");
         }
         EXPECT_TRUE(found) << r.out;
-    }
-}
-
-TEST(TuningTool, SampleConfigsAreClean) {
-    for (const auto& entry : fs::directory_iterator(kConfigs)) {
-        const std::string name = entry.path().filename().string();
-        SCOPED_TRACE(name);
-        const auto sample = kSamples.find(name);
-        ASSERT_NE(sample, kSamples.end()) << "give the test this file's mode";
-        const Result r = Tool("check-config --json -m " + std::to_string(sample->second.first) + " " +
-                              entry.path().string());
-        EXPECT_EQ(r.status, 0);
-        const Document report = Json(r.out);
-        ASSERT_TRUE(report.IsObject()) << r.out;
-        EXPECT_TRUE(report["loader_accepts"].GetBool());
-        EXPECT_EQ(report["findings"].Size(), 0u) << r.out;
-        const std::string text =
-            Tool("check-config -m " + std::to_string(sample->second.first) + " " + entry.path().string()).out;
-        EXPECT_NE(text.find(": clean for mode"), std::string::npos) << text;
     }
 }
 
@@ -237,19 +186,32 @@ bool ScanSvg(const std::string& svg, std::vector<Chart>* charts) {
     return had_root && open.empty();
 }
 
-TEST(TuningTool, PlotSvgStructure) {
-    for (const auto& [name, mode] : kSamples) {
+// The sample files are clean for their mode, and plot as one chart per camera, each with the mode's
+// curves inside its plot area and a line per gain bin.
+TEST(TuningTool, SampleConfigs) {
+    for (const auto& entry : fs::directory_iterator(kConfigs)) {
+        const std::string name = entry.path().filename().string(), file = entry.path().string();
         SCOPED_TRACE(name);
+        const auto sample = kSamples.find(name);
+        ASSERT_NE(sample, kSamples.end()) << "give the test this file's mode";
+        const std::string mode = " -m " + std::to_string(sample->second.first) + " ";
+        const Result r = Tool("check-config --json" + mode + file);
+        EXPECT_EQ(r.status, 0);
+        const Document report = Json(r.out);
+        ASSERT_TRUE(report.IsObject()) << r.out;
+        EXPECT_TRUE(report["loader_accepts"].GetBool());
+        EXPECT_EQ(report["findings"].Size(), 0u) << r.out;
+        EXPECT_NE(Tool("check-config" + mode + file).out.find(": clean for mode"), std::string::npos);
+
         const std::string out = VAI_TEST_BINARY_DIR "/tuning_" + name + ".svg";
-        ASSERT_EQ(Tool("plot -m " + std::to_string(mode.first) + " -o " + out + " " + kConfigs + name).status,
-                  0);
+        ASSERT_EQ(Tool("plot" + mode + "-o " + out + " " + file).status, 0);
         std::vector<Chart> charts;
         ASSERT_TRUE(ScanSvg(Read(out), &charts));
-        const Document cfg = Json(Read(kConfigs + name));
+        const Document cfg = Json(Read(file));
         const Value& project = cfg["DemoProject"];
         ASSERT_EQ(charts.size(), project["RearCamNum"].GetUint() + project["FrontCamNum"].GetUint());
         for (size_t i = 0; i < charts.size(); ++i) {
-            EXPECT_EQ(charts[i].curves, mode.second);
+            EXPECT_EQ(charts[i].curves, sample->second.second);
             EXPECT_GT(charts[i].points, 0);
             EXPECT_EQ(charts[i].outside, 0);
             EXPECT_EQ(charts[i].bins, static_cast<int>(project["VideoAIProcPars"][i]["BinNumber"].GetUint()));
