@@ -26,9 +26,8 @@ using rapidjson::Value;
 
 const std::string kConfigs = VAI_TEST_SOURCE_DIR "/configs/";
 // Sample file, its mode and the strength curves that mode plots.
-const std::map<std::string, std::pair<int, int>> kSamples = {{"qcom_vainr_yuv.json", {1, 2}},
-                                                             {"mtk_vainr_yuv.json", {9, 1}},
-                                                             {"mtk_vainr_raw.json", {10, 2}}};
+const std::map<std::string, std::pair<int, int>> kSamples = {
+    {"qcom_vainr_yuv.json", {1, 2}}, {"mtk_vainr_yuv.json", {9, 1}}, {"mtk_vainr_raw.json", {10, 2}}};
 
 struct Result {
     int status;
@@ -78,6 +77,7 @@ TEST(TuningTool, BrokenFiles) {
         {"cameras beyond the record", 1, {{P + "/RearCamNum", "5"}}, 1, false},
         {"cameras beyond the array", 9, {{C + "4", nullptr}, {C + "3", nullptr}}, 1, false, A},
         {"BinNumber 0", 1, {{C + "0/BinNumber", "0"}}, 1, true},
+        {"BinNumber 0 where it is refused", 10, {{C + "0/BinNumber", "0"}}, 1, false},
         {"BinNumber above 16", 9, {{C + "3/BinNumber", "17"}}, 1, false},
         {"bounds not ascending", 1, {{C + "2/ISOBinIndex/3", "3200"}}, 1, true},
         {"strength beyond the blend", 1, {{C + "4/ChromaNrStrength/5", "65"}}, 1, true},
@@ -94,7 +94,9 @@ TEST(TuningTool, BrokenFiles) {
     };
     for (const Broken& row : rows) {
         SCOPED_TRACE(row.name);
-        Document d = Json(Read(kConfigs + (row.mode == 9 ? "mtk_vainr_yuv.json" : "qcom_vainr_yuv.json")));
+        Document d = Json(Read(kConfigs + (row.mode == 9    ? "mtk_vainr_yuv.json"
+                                           : row.mode == 10 ? "mtk_vainr_raw.json"
+                                                            : "qcom_vainr_yuv.json")));
         size_t keep = std::string::npos;
         for (const auto& [at, to] : row.edits) {
             if (at.empty()) {

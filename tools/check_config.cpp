@@ -187,9 +187,12 @@ class Checker {
             if (Number(cam, path, key, &v) && std::string(key) == "BinNumber") {
                 // Past 16 the loader refuses the file; the tables are still checked over the 16 it holds.
                 bins = std::min(v, kMaxBins);
-                if (v == 0)
+                if (v == 0) {
                     Error(Child(path, key),
-                          "0 bins: the back-end still uses bin 0, whose values stay the built-in ones");
+                          mode_.refuses_zero_bins
+                              ? "0 bins: the back-end refuses the file"
+                              : "0 bins: the back-end still uses bin 0, whose values stay the built-in ones");
+                }
                 if (v > kMaxBins) Error(Child(path, key), std::to_string(v) + " bins; the record holds 16");
             }
         }

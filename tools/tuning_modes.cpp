@@ -112,7 +112,8 @@ const std::vector<TuningMode> kModes = {
      -128,
      127,
      &Loaded<MtkRawCfg, MtkRawCam, 4>::Load<&MtkRawCfg::camPars, vai::mtk_raw::SetDefaultCfg,
-                                            MTK_VAINR_RAW_PROC::LoadVAINRCfg_MTK, MtkRawStrengths>},
+                                            MTK_VAINR_RAW_PROC::LoadVAINRCfg_MTK, MtkRawStrengths>,
+     true},
 };
 
 }  // namespace

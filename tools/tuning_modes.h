@@ -41,6 +41,7 @@ struct TuningMode {
     std::vector<StrengthCurve> curves;        // in the order strengths() returns them
     int axis_min, axis_max;                   // range of the values handed on
     std::unique_ptr<LoadedTuning> (*load)(const char* path, const char* project);
+    bool refuses_zero_bins = false;  // else BinNumber 0 loads and counts as one bin
 };
 
 // Keys of the project object, the same for every back-end.
