@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 #include "algocore/utils/json_utils.h"
 #include "algocore/utils/vai_log.h"
@@ -28,6 +29,29 @@ bool FindProject(const rapidjson::Document& doc, const char* project, const rapi
 bool CamCountFits(uint32_t rear, uint32_t front, uint32_t max_cams, rapidjson::SizeType entries,
                   const char* cfgFile);
 bool BinNumberFits(uint32_t bins, uint32_t cam, const CfgLimits& limits, const char* cfgFile);
+
+// The built-in defaults both records share, for every camera entry; `set_boost(entry)` writes the
+// record's own boost keys.
+template <typename Cfg, typename SetBoost>
+void SetDefaults(Cfg* cfg, SetBoost set_boost) {
+    static const uint32_t kNr[] = {0, 51, 76, 102, 127, 153, 178, 204};
+    static const uint32_t kDetail[] = {153, 140, 127, 114, 102, 89, 76, 63};
+    // 9200, not 9600, is the tuned value.
+    static const uint32_t kIso[] = {800, 1600, 3200, 6400, 9200, 12800, 19200, 25600};
+    std::memset(cfg, 0, sizeof(*cfg));  // processType and DumpRangeIdx 0
+    cfg->LogLevel = 1;
+    cfg->RearCamNum = 3;
+    cfg->FrontCamNum = 1;
+    cfg->SwitchFrameNum = 7;
+    for (auto& c : cfg->camPars) {
+        c.processEnable = 1;
+        c.BinNumber = 8;
+        set_boost(c);
+        std::memcpy(c.NrStrength, kNr, sizeof(kNr));
+        std::memcpy(c.DetailStrength, kDetail, sizeof(kDetail));
+        std::memcpy(c.ISOBinIndex, kIso, sizeof(kIso));
+    }
+}
 
 // Fills `pars` (a MediaTek VAINR_CfgPars_) over its current contents; `read_boost(entry, cam)` reads
 // the boost keys between "processEnable" and "BinNumber". False on any missing or mistyped key and on

@@ -1,7 +1,5 @@
 // What a MediaTek RAW tuning table means: the built-in defaults and the strengths picked from it. Kept
 // apart from the loader and the frame path so the tuning tools link this very code.
-#include <cstring>
-
 #include "algocore/utils/iso_bins.h"
 #include "mtk/common/mtk_cfg_reader.h"
 #include "mtk/vainr_raw/mtk_vainr_raw_cfg.h"
@@ -21,23 +19,7 @@ int8_t Flip(uint32_t v) {
 }  // namespace
 
 void SetDefaultCfg(VAINR_CfgPars_* cfg) {
-    static const uint32_t kNr[] = {0, 51, 76, 102, 127, 153, 178, 204};
-    static const uint32_t kDetail[] = {153, 140, 127, 114, 102, 89, 76, 63};
-    // 9200, not 9600, is the tuned value.
-    static const uint32_t kIso[] = {800, 1600, 3200, 6400, 9200, 12800, 19200, 25600};
-    std::memset(cfg, 0, sizeof(*cfg));
-    cfg->LogLevel = 1;
-    cfg->RearCamNum = 3;
-    cfg->FrontCamNum = 1;
-    cfg->SwitchFrameNum = 7;
-    for (VAINR_CamPars_& c : cfg->camPars) {
-        c.processEnable = 1;
-        c.BinNumber = 8;
-        c.BoostValue = 100;
-        std::memcpy(c.NrStrength, kNr, sizeof(kNr));
-        std::memcpy(c.DetailStrength, kDetail, sizeof(kDetail));
-        std::memcpy(c.ISOBinIndex, kIso, sizeof(kIso));
-    }
+    mtk::SetDefaults(cfg, [](VAINR_CamPars_& c) { c.BoostValue = 100; });
 }
 
 void Strengths(const VAINR_CamPars_& c, float g, int8_t* nr, int8_t* ee) {

@@ -40,7 +40,6 @@ namespace vai {
 namespace mtk_yuv {
 
 constexpr int kMaxCams = 5;
-constexpr int kMaxBins = 16;
 
 // The built-in defaults, for all five cameras.
 void SetDefaultCfg(MTK_VAINR_YUV_PROC::VAINR_CfgPars_* cfg);
