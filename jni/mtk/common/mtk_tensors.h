@@ -28,6 +28,8 @@ inline void LogBuffers(const vAIPROC::VAI_IMG_* in_img, const vAIPROC::VAI_IMG_*
 
 // A second input larger than this is not a parameter input.
 constexpr size_t kMaxParamBytes = 255;
+// Bytes of a strength the frame path writes into its parameter tensor.
+constexpr size_t kStrengthBytes = 16;
 
 // A tensor of `create` over plane 0 of `img`, its buffer and descriptor: nothing of the frame passes
 // through the processor. Null when the runtime refuses.

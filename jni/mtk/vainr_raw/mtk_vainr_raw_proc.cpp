@@ -32,8 +32,6 @@ constexpr int kDevice = 1;
 constexpr int kSessionFlags = 2048;
 constexpr int32_t kParamKind = 10;
 constexpr int32_t kFrameKind = 11;  // a tensor over a caller buffer and its descriptor
-constexpr size_t kMaxTensors = 4;   // room in VAI_HANDLE_'s byte-size tables
-constexpr size_t kStrengthBytes = 16;
 constexpr char kSrcName[] = "mtk_vainr_raw_proc";
 
 bool CamInRecord(int32_t cam) {
@@ -112,7 +110,7 @@ int8_t Clamp8(int32_t v) {
 void FillStrength(const VAINR_Ctx_* ctx, size_t i, int8_t value, int line) {
     const size_t size = ctx->vai_handle.mInputTensorByteSize[0][i];
     mtk::FillParam(ctx->vai_handle.input_tensors[0], i, static_cast<uint8_t>(value),
-                   size < kStrengthBytes ? size : kStrengthBytes, kSrcName, line);
+                   size < mtk::kStrengthBytes ? size : mtk::kStrengthBytes, kSrcName, line);
 }
 
 void Dump(VAINR_Ctx_* ctx, const VAI_IMG_* img, const char* tag_format, int32_t cam) {

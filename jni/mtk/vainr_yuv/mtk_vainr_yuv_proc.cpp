@@ -32,8 +32,6 @@ constexpr char kVersion[] = "MTK_Video_AINR_YUV_v1.0.8";
 constexpr int kDevice = 1;
 constexpr int kSessionFlags = 2048;
 constexpr int32_t kTensorKind = 10;
-constexpr size_t kMaxTensors = 4;  // room in VAI_HANDLE_'s byte-size tables
-constexpr size_t kStrengthBytes = 16;
 // Labels this file's entries in the memory tracer's reports. The names and lines are the ones the
 // tracer's report readers already know for this back-end, so they stay fixed across edits.
 constexpr char kSrcName[] = "mtk_vainr_yuv_proc";
@@ -395,8 +393,9 @@ int VAINR_Process(void* handle, VAI_IMG_* out_img, VAI_IMG_* in_img, const ProcP
 
     const size_t n = h.m_in_num[s];
     if (n == 2 || n == 3) {
-        const size_t nr_bytes =
-            h.mInputTensorByteSize[s][1] < kStrengthBytes ? h.mInputTensorByteSize[s][1] : kStrengthBytes;
+        const size_t nr_bytes = h.mInputTensorByteSize[s][1] < vai::mtk::kStrengthBytes
+                                    ? h.mInputTensorByteSize[s][1]
+                                    : vai::mtk::kStrengthBytes;
         FillParam(inputs, 1, nr, nr_bytes, kTraceLineStrengthFill);
     }
     if (n == 3) {

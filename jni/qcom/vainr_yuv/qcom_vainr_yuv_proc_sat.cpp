@@ -34,7 +34,6 @@ constexpr char kVersion[] = "QCOM_Video_AINR_YUV_v0.0.2";
 constexpr int kDevice = 5;
 constexpr int kSessionFlags = 2048;
 constexpr int32_t kTensorKind = 2;
-constexpr size_t kMaxTensors = 4;  // room in VAI_HANDLE_'s byte-size tables
 
 // Labels this file's entries in the memory tracer's reports. The line labels stay fixed across edits
 // of this file, so that reports from different builds can be compared.
