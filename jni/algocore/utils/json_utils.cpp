@@ -8,9 +8,10 @@
 
 namespace {
 
-// Comments allowed, numbers at full precision.
-constexpr unsigned kParseFlags = rapidjson::kParseCommentsFlag | rapidjson::kParseFullPrecisionFlag;
-static_assert(kParseFlags == 48, "configuration parse flags");
+// Comments allowed, numbers at full precision. Parsed without recursion: a deeply nested file would
+// otherwise overflow the stack of a HAL thread (about 1 MB) at some ten thousand levels.
+constexpr unsigned kParseFlags =
+    rapidjson::kParseCommentsFlag | rapidjson::kParseFullPrecisionFlag | rapidjson::kParseIterativeFlag;
 
 template <typename T>
 struct JsonType;
