@@ -9,7 +9,7 @@
 namespace {
 
 // Comments allowed, numbers at full precision. Parsed without recursion: a deeply nested file would
-// otherwise overflow the stack of a HAL thread (about 1 MB) at some ten thousand levels.
+// otherwise overflow the stack of a HAL thread (about 1 MB) at some 25,000 levels.
 constexpr unsigned kParseFlags =
     rapidjson::kParseCommentsFlag | rapidjson::kParseFullPrecisionFlag | rapidjson::kParseIterativeFlag;
 
