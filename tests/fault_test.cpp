@@ -41,82 +41,53 @@ void LinkDumpsToFullDisk(const std::string& dir, int mode) {
     }
 }
 
+// Adds a member to the project, after the last of the keys every back-end reads.
+std::function<std::string(std::string)> Extra(const std::string& member) {
+    return [member](std::string t) { return mtk_test::Edit(t, "\"SwitchFrameNum\": 0", "\"SwitchFrameNum\": 0" + member); };
+}
+const auto kKeep = [](std::string t) { return t; };
+const char kParseFailed[] = "\" parse failed!";
+
 struct Case {
     const char* name;
-    // Writes the test's configuration and returns its path; may also point the dumps elsewhere.
-    std::function<std::string(int mode, const std::string& dir)> prepare;
+    std::function<std::string(std::string)> edit;  // of a valid configuration, written to cfg.json
+    const char* path;  // read instead of cfg.json: absolute, or in the test's directory ("": itself)
+    const char* dump;  // dumps requests 0..2 into the test's directory + this ("": every file /dev/full)
     bool starts;       // initialisation succeeds and frames go through the network
     const char* line;  // logged, at least `times` times
     size_t times = 1;
 };
 
-std::string Write(const std::string& dir, const std::string& text) {
-    std::ofstream(dir + "cfg.json", std::ios::binary) << text;
-    return dir + "cfg.json";
-}
-
 const Case kCases[] = {
-    {"directory", [](int, const std::string& dir) { return dir; }, false, "\" parse failed!"},
-    {"/dev/zero", [](int, const std::string&) { return std::string("/dev/zero"); }, false, "\" parse failed!"},
-    {"empty file", [](int, const std::string& dir) { return Write(dir, ""); }, false, "\" parse failed!"},
-    {"truncated",
-     [](int mode, const std::string& dir) {
-         const std::string text = Config(mode, 1);
-         return Write(dir, text.substr(0, text.size() / 2));
-     },
-     false, "\" parse failed!"},
-    {"Latin-1 project name",
-     [](int mode, const std::string& dir) {
-         return Write(dir, mtk_test::Edit(Config(mode, 1), "TestProject", "TestPr\xf6ject"));
-     },
-     false, "Cfg parse failed in "},
-    {"Latin-1 in a string nobody reads",
-     [](int mode, const std::string& dir) { return Write(dir, Config(mode, 1, 0, ", \"Note\": \"caf\xe9\"")); },
-     true, ""},
-    {"nested 1000 deep",
-     [](int mode, const std::string& dir) {
-         return Write(dir, Config(mode, 1, 0, ", \"Deep\": " + Nested(1000)));
-     },
-     true, ""},
-    {"nested 100000 deep",
-     [](int mode, const std::string& dir) {
-         return Write(dir, Config(mode, 1, 0, ", \"Deep\": " + Nested(100000)));
-     },
-     true, ""},
-    {"dump directory under a file",
-     [](int mode, const std::string& dir) {
-         setenv("VAI_DUMP_DIR", (dir + "cfg.json/dumps/").c_str(), 1);
-         return Write(dir, Config(mode, 1, 3));
-     },
-     true, "[saveYuvFile] open fail errno = 20, reason = Not a directory", 6},
-    {"dump files on a full disk",
-     [](int mode, const std::string& dir) {
-         setenv("VAI_DUMP_DIR", dir.c_str(), 1);
-         LinkDumpsToFullDisk(dir, mode);
-         return Write(dir, Config(mode, 1, 3));
-     },
-     true, "write file_path ", 6},
+    {"directory", kKeep, "", nullptr, false, kParseFailed},
+    {"/dev/zero", kKeep, "/dev/zero", nullptr, false, kParseFailed},
+    {"empty file", [](std::string) { return std::string(); }, nullptr, nullptr, false, kParseFailed},
+    {"truncated", [](std::string t) { return t.substr(0, t.size() / 2); }, nullptr, nullptr, false, kParseFailed},
+    {"Latin-1 project name", [](std::string t) { return mtk_test::Edit(t, "TestProject", "TestPr\xf6ject"); },
+     nullptr, nullptr, false, "Cfg parse failed in "},
+    {"Latin-1 in a string nobody reads", Extra(", \"Note\": \"caf\xe9\""), nullptr, nullptr, true, ""},
+    {"nested 1000 deep", Extra(", \"Deep\": " + Nested(1000)), nullptr, nullptr, true, ""},
+    {"nested 100000 deep", Extra(", \"Deep\": " + Nested(100000)), nullptr, nullptr, true, ""},
+    {"dump directory under a file", kKeep, nullptr, "cfg.json/dumps/", true,
+     "[saveYuvFile] open fail errno = 20, reason = Not a directory", 6},
+    {"dump files on a full disk", kKeep, nullptr, "", true, "write file_path ", 6},
 };
 
 // Initialises on a thread with a stack the size of a HAL binder thread's.
 void* StartOnSmallStack(vAIPROC::InitParams_* p) {
-    struct Call {
-        vAIPROC::InitParams_* p;
-        void* h;
-    } call{p, nullptr};
+    std::pair<vAIPROC::InitParams_*, void*> call{p, nullptr};
     pthread_attr_t attr;
     pthread_attr_init(&attr);
     pthread_attr_setstacksize(&attr, 1 << 20);
     pthread_t thread;
     const auto body = [](void* arg) -> void* {
-        auto* c = static_cast<Call*>(arg);
-        c->h = Start(c->p);
+        auto* c = static_cast<std::pair<vAIPROC::InitParams_*, void*>*>(arg);
+        c->second = Start(c->first);
         return nullptr;
     };
     EXPECT_EQ(pthread_create(&thread, &attr, body, &call), 0);
     pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attr);
-    return call.h;
+    return call.second;
 }
 
 class FaultTest : public ::testing::TestWithParam<int> {
@@ -135,7 +106,10 @@ TEST_P(FaultTest, BadFilesAndDumpTargets) {
         pxrt_test::Reset();
         pxrt_test::SetDefaultLayout(Layout(mode));
         log_.Clear();
-        Params params(mode, c.prepare(mode, dir));
+        std::ofstream(dir + "cfg.json", std::ios::binary) << c.edit(Config(mode, 1, c.dump != nullptr ? 3 : 0));
+        if (c.dump != nullptr) setenv("VAI_DUMP_DIR", (dir + c.dump).c_str(), 1);
+        if (c.dump != nullptr && *c.dump == '\0') LinkDumpsToFullDisk(dir, mode);
+        Params params(mode, c.path == nullptr ? dir + "cfg.json" : *c.path == '/' ? c.path : dir + c.path);
         void* h = StartOnSmallStack(&params.p);
         EXPECT_EQ(h != nullptr, c.starts);
         if (h != nullptr) {

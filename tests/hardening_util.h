@@ -17,7 +17,7 @@ constexpr int kW = 32, kH = 16;
 constexpr int kModes[] = {1, 9, 10};
 
 // Each camera carries the keys of all three back-ends; MediaTek RAW has room for four cameras.
-inline std::string Config(int mode, unsigned log_level, unsigned dump_range = 0, const std::string& extra = "") {
+inline std::string Config(int mode, unsigned log_level, unsigned dump_range = 0) {
     const std::string cam = R"({"processEnable": 1, "BoostValue": 100, "BoostValue4K": 100,
         "BoostValue1080P": 100, "BinNumber": 8, "NrStrength": [0, 51, 76, 102, 127, 153, 178, 204],
         "ChromaNrStrength": [32, 32, 32, 32, 32, 36, 38, 40], "DetailStrength": [153, 140, 127, 114, 102, 89, 76, 63],
@@ -26,7 +26,7 @@ inline std::string Config(int mode, unsigned log_level, unsigned dump_range = 0,
     const std::string head = "\"LogLevel\": " + std::to_string(log_level) +
                              ", \"processType\": 1, \"DumpRangeIdx\": " + std::to_string(dump_range) +
                              ", \"FrontCamNum\": 1, \"RearCamNum\": " + std::to_string(cams - 1) +
-                             ", \"SwitchFrameNum\": 0" + extra;
+                             ", \"SwitchFrameNum\": 0";
     return mtk_test::Json(head, std::vector<std::string>(cams, cam));
 }
 
