@@ -2,6 +2,7 @@
 // initialisation succeeds, the line that says why not, whether frames still reach the network, and
 // that nothing is left behind either way.
 #include <gtest/gtest.h>
+#include <dlfcn.h>
 #include <pthread.h>
 
 #include <ctime>
@@ -12,7 +13,9 @@
 
 #include "algocore/utils/status_code.h"
 #include "hardening_util.h"
+#include "interface/pxrt_binding.h"
 #include "log_capture.h"
+#include "qcom/vainr_yuv/qcom_vainr_yuv_proc_sat.h"
 
 namespace {
 
@@ -130,6 +133,40 @@ TEST_P(FaultTest, BadFilesAndDumpTargets) {
             EXPECT_TRUE(e.is_symlink() || e.path().filename() == "cfg.json") << e.path();
         }
     }
+}
+
+// Teardown unloads the runtime for every back-end: a second instance then copies frames, and fails
+// what would create runtime objects, instead of calling a cleared factory.
+TEST_P(FaultTest, AnotherInstanceUnloadedTheRuntime) {
+    const int mode = GetParam();
+    pxrt_test::Reset();
+    pxrt_test::SetDefaultLayout(Layout(mode));
+    Params params(mode, qcom_test::WriteTestFile(".json", Config(mode, 1)));
+    void* first = Start(&params.p);
+    void* second = Start(&params.p);
+    ASSERT_TRUE(first != nullptr && second != nullptr);
+    if (mode != 1) Video_AI_Model_Uninit(first);
+    Video_AI_Proc_Uninit(first);
+    const size_t runs = pxrt_test::CallCount(pxrt_test::Op::kRun);
+    Image in(0x5a), out(0);
+    vAIPROC::ProcParams_ p = qcom_test::Params(0, 3200);
+    EXPECT_EQ(Video_AI_Proc_Process(second, &out.img, &in.img, &p), SDK_SUCCESS);
+    if (mode == 1) {  // its sessions outlive the unloading; a switch needs the factories and fails
+        EXPECT_EQ(pxrt_test::CallCount(pxrt_test::Op::kRun), runs + 1);
+        EXPECT_EQ(vai::qcom::ModelSwitch(second, 2), vai::qcom::kSwitchRuntimeFailed);
+    } else {
+        EXPECT_EQ(pxrt_test::CallCount(pxrt_test::Op::kRun), runs);
+        EXPECT_EQ(out.bytes, in.bytes);
+        EXPECT_EQ(Video_AI_Model_Init(second, &params.p), -1);  // mode 10 destroys the instance here
+        if (mode == 9) Video_AI_Proc_Uninit(second);
+    }
+    EXPECT_GE(log_.Count("runtime library is unloaded"), 1u);
+    // The second load is never closed: teardown found the handle already cleared.
+    void* lib = dlopen(vai::PxrtLibraryPath(), RTLD_NOW | RTLD_NOLOAD);
+    ASSERT_NE(lib, nullptr);
+    dlclose(lib);
+    dlclose(lib);
+    EXPECT_TRUE(qcom_test::TornDown());
 }
 
 INSTANTIATE_TEST_SUITE_P(Backend, FaultTest, ::testing::ValuesIn(kModes),

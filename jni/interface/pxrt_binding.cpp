@@ -56,4 +56,9 @@ void PxrtUnload() {
     mPXRTCreateOutTensorFunc = nullptr;
 }
 
+bool PxrtBound() {
+    return g_hDllLib != nullptr && mPXRTCreateInterpreterFunc != nullptr && mPXRTCreateInTensorFunc != nullptr &&
+           mPXRTCreateOutTensorFunc != nullptr;
+}
+
 }  // namespace vai

@@ -26,4 +26,8 @@ bool PxrtLoad();
 // dlclose, then clears the handle and the factory pointers. Nothing when not loaded.
 void PxrtUnload();
 
+// True while the runtime is loaded with its three factories. Any instance's teardown unloads it for
+// every back-end, so instances still alive check this before they call a factory.
+bool PxrtBound();
+
 }  // namespace vai

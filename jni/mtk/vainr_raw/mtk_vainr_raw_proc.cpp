@@ -219,6 +219,11 @@ int VAINR_Model_Init(void* handle, const InitParams_* init_pars) {
         VAINR_Uninit(ctx);
         return -1;
     }
+    if (!vai::PxrtBound()) {
+        VAI_LOGE("runtime library is unloaded in VAINR_Model_Init!");
+        VAINR_Uninit(ctx);
+        return -1;
+    }
     const PXRT::SessionOptions options{
         {}, {2, 0, 1}, static_cast<int32_t>(ctx->cfg.camPars[cam].BoostValue), 0, 0};
     VAI_LOGV("BoostValue is %d", options.boost);
@@ -283,6 +288,10 @@ int VAINR_Process(void* handle, VAI_IMG_* out_img, VAI_IMG_* in_img, const ProcP
     void* session = ctx->m_session[0];
     if (session == nullptr) {
         VAI_LOGE("m_session is null! only perform copy image!");
+        return CopyFrame(out_img, in_img);
+    }
+    if (!vai::PxrtBound()) {
+        VAI_LOGE("runtime library is unloaded! only perform copy image!");
         return CopyFrame(out_img, in_img);
     }
     if (ctx->dump_pars.dump_enable) Dump(ctx, in_img, "s[%d]_mtk_raw_vainr_in", cam);

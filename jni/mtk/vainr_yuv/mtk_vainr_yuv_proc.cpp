@@ -288,6 +288,10 @@ int VAINR_Model_Init(void* handle, const InitParams_* init_pars) {
         VAI_LOGE("cam_type(%d) or cam_mode(%d) is out of range in VAINR_Model_Init!", cam, mode);
         return -1;
     }
+    if (!vai::PxrtBound()) {
+        VAI_LOGE("runtime library is unloaded in VAINR_Model_Init!");
+        return -1;
+    }
     ctx->cur_cam_type = cam;
     g_is_inline_mode = init_pars->is_inline_mode;
     VAI_HANDLE_& h = ctx->vai_handle;
@@ -368,6 +372,10 @@ int VAINR_Process(void* handle, VAI_IMG_* out_img, VAI_IMG_* in_img, const ProcP
     void* session = ctx->m_session[s];
     if (session == nullptr) {
         VAI_LOGE("m_session is null! only perform copy image!");
+        return vai::NarrowStatus(CopyImage(out_img, in_img));
+    }
+    if (!vai::PxrtBound()) {
+        VAI_LOGE("runtime library is unloaded! only perform copy image!");
         return vai::NarrowStatus(CopyImage(out_img, in_img));
     }
     // Zero copy: the runtime reads and writes the caller's buffers.
