@@ -28,8 +28,8 @@ import torch
 import torch.nn as nn
 import torch.nn.functional as F
 
-from train import (GAMMA, VALIDATION_FILES, VALIDATION_ISOS, TRAIN_FILES, Denoiser, Luma, add_noise, batch,
-                   load_photo, pack, psnr, to_yuv420)
+from train import (FULL_WELL, GAMMA, READ_NOISE, TRAIN_FILES, VALIDATION_FILES, VALIDATION_ISOS, Denoiser, Luma,
+                   add_noise, batch, load_photo, pack, psnr, to_yuv420)
 
 BLACK, WHITE = 64.0, 1023.0
 
@@ -55,7 +55,6 @@ def raw_pair(clean, iso, gen, balance=None):
     target = torch.cat([lin[:, 0:1, 0::2, 0::2], lin[:, 1:2, 0::2, 1::2], lin[:, 1:2, 1::2, 0::2],
                         lin[:, 2:3, 1::2, 1::2]], dim=1)
     # The sensor model of train.py, on the mosaic itself rather than on full RGB.
-    from train import FULL_WELL, READ_NOISE
     gain = (iso / 100.0).view(-1, 1, 1, 1)
     electrons = target * FULL_WELL / gain
     noisy = (torch.poisson(electrons, generator=gen) + READ_NOISE * torch.randn(electrons.shape, generator=gen))

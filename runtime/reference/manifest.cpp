@@ -62,9 +62,12 @@ bool ParseBayer(const Value& v, TensorDesc* t, std::string* why) {
     static const struct {
         const char* name;
         int cfa[4];
-    } kOrders[] = {{"rggb", {0, 1, 2, 3}}, {"grbg", {1, 0, 3, 2}}, {"gbrg", {2, 3, 0, 1}}, {"bggr", {3, 2, 1, 0}}};
+    } kOrders[] = {
+        {"rggb", {0, 1, 2, 3}}, {"grbg", {1, 0, 3, 2}}, {"gbrg", {2, 3, 0, 1}}, {"bggr", {3, 2, 1, 0}}};
     auto cfa = v.FindMember("cfa");
-    const std::string order = cfa == v.MemberEnd() ? "rggb" : cfa->value.IsString() ? cfa->value.GetString() : "";
+    const std::string order = cfa == v.MemberEnd()    ? "rggb"
+                              : cfa->value.IsString() ? cfa->value.GetString()
+                                                      : "";
     for (const auto& o : kOrders) {
         if (order == o.name) {
             std::copy(o.cfa, o.cfa + 4, t->cfa);
@@ -137,8 +140,8 @@ bool ParseTensor(const Value& v, const std::string& where, TensorDesc* t, std::s
         return true;
     } else if (kind == "nv21" || kind == "bayer") {
         t->layout = kind == "nv21" ? Layout::kNv21 : Layout::kBayer;
-        if (!PositiveInt(v, "height", &t->height) || !PositiveInt(v, "width", &t->width) || t->height % 2 != 0 ||
-            t->width % 2 != 0) {
+        if (!PositiveInt(v, "height", &t->height) || !PositiveInt(v, "width", &t->width) ||
+            t->height % 2 != 0 || t->width % 2 != 0) {
             return fail("\"" + kind + "\" needs positive even \"height\" and \"width\"");
         }
         elements = static_cast<size_t>(t->height) * static_cast<size_t>(t->width);

@@ -36,7 +36,7 @@ struct TensorDesc {
     int count = 0;                            // kVector, kPlane
     double scale = 1.0;                       // network value = (element - offset) x scale
     double offset = 0.0;
-    double ceiling = 0.0;  // outputs: largest element written, when above 0 (a Bayer white level)
+    double ceiling = 0.0;       // outputs: largest element written, when above 0 (a Bayer white level)
     int cfa[4] = {0, 1, 2, 3};  // kBayer: block position (row x 2 + column) of R, G, G, B
 };
 

@@ -149,7 +149,8 @@ void BlocksToFloat(const uint8_t* bytes, const TensorDesc& s, float* out) {
     const size_t rows = static_cast<size_t>(s.height) / 2, cols = static_cast<size_t>(s.width) / 2;
     for (const BlockSource& src : BlockSources(s)) {
         for (size_t r = 0; r < rows; ++r) {
-            const uint8_t* row = bytes + (src.base + r * src.row_step + static_cast<size_t>(src.dx)) * sizeof(T);
+            const uint8_t* row =
+                bytes + (src.base + r * src.row_step + static_cast<size_t>(src.dx)) * sizeof(T);
             for (size_t c = 0; c < cols; ++c) {
                 T v;
                 std::memcpy(&v, row + 2 * c * sizeof(T), sizeof(T));
@@ -164,7 +165,8 @@ void BlocksFromFloat(const float* in, const TensorDesc& s, uint8_t* bytes) {
     const size_t rows = static_cast<size_t>(s.height) / 2, cols = static_cast<size_t>(s.width) / 2;
     for (const BlockSource& src : BlockSources(s)) {
         for (size_t r = 0; r < rows; ++r) {
-            uint8_t* row = bytes + (src.base + r * src.row_step + static_cast<size_t>(src.dx)) * sizeof(T);
+            uint8_t* row =
+                bytes + (src.base + r * src.row_step + static_cast<size_t>(src.dx)) * sizeof(T);
             for (size_t c = 0; c < cols; ++c) {
                 const T v = Element<T>(*in++, s);
                 std::memcpy(row + 2 * c * sizeof(T), &v, sizeof(T));
