@@ -221,6 +221,11 @@ TEST(ReferenceRuntime, Tensors) {
         {[&] { return s.In(n, in.data(), 1000); }, "tensor fd 1000"},
     };
     for (const auto& f : factories) ExpectStderr(f.error, [&] { EXPECT_EQ(f.make(), nullptr); });
+    void* gone = nullptr;  // a released session makes no more tensors
+    ASSERT_EQ(s.Open(kDir + "/ref_session.json", &gone), 0);
+    ASSERT_EQ(s.interp->ReleaseSession(gone), 0);
+    ExpectStderr("not a live session",
+                 [&] { EXPECT_EQ(Tensor(s.in(gone, n, 0, 1, 2, nullptr, -1, 0)), nullptr); });
     struct Foreign : PXRT::ITensor {
         int Reserved0() override { return 0; }
         void* GetData() override { return nullptr; }
