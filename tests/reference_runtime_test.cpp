@@ -263,6 +263,11 @@ void CheckLayouts(const char* type, const std::string& sc, long lo, long hi) {
     for (T& x : v_in) x = static_cast<T>(d(rng));
     for (T& x : p_in) x = static_cast<T>(d(rng));
     const size_t vb = count * sizeof(T), pb = p_in.size() * sizeof(T);
+    size_t sizes[2] = {};  // input 0 is the vector, output 0 the image
+    ASSERT_EQ(s.interp->GetSessionInputSize(s.session, 0, &sizes[0]), 0);
+    ASSERT_EQ(s.interp->GetSessionOutputSize(s.session, 0, &sizes[1]), 0);
+    EXPECT_EQ(sizes[0], vb);
+    EXPECT_EQ(sizes[1], pb);
     PXRT::TensorArray in{s.In(vb, v_in.data(), -1, 0), s.In(pb, p_in.data(), -1, 1)};
     PXRT::TensorArray out{s.Out(pb, p_out.data(), -1, 0), s.Out(vb, v_out.data(), -1, 1)};
     ASSERT_EQ(s.interp->Run(s.session, &in, &out), 0);
