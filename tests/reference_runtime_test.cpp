@@ -84,6 +84,21 @@ std::string Manifest(const std::string& onnx, const std::string& in, const std::
     return "//\n{\"onnx\": \"" + onnx + "\", \"inputs\": [" + in + "], \"outputs\": [" + out + "]}";
 }
 
+// A 2x2-block tensor entry: `layout` holds the layout's own members.
+std::string Blocks(const std::string& name, size_t bytes, int h, int w, const std::string& layout) {
+    return "{\"name\": \"" + name + "\", \"bytes\": " + std::to_string(bytes) +
+           ", \"height\": " + std::to_string(h) + ", \"width\": " + std::to_string(w) + ", " + layout + "}";
+}
+// A parameter input of 16 elements handed to the network as planes.
+std::string Plane(const std::string& name, int h, int w, int c, const std::string& type) {
+    return "{\"name\": \"" + name +
+           "\", \"bytes\": 16, \"layout\": \"plane\", \"count\": 16, \"height\": " + std::to_string(h) +
+           ", \"width\": " + std::to_string(w) + ", \"channels\": " + std::to_string(c) + ", " + type + "}";
+}
+const std::string kNv21 = "\"layout\": \"nv21\", \"scale\": 0.00392156862745098";
+const std::string kBayer =
+    "\"layout\": \"bayer\", \"type\": \"uint16\", \"black_level\": 64, \"white_level\": 1023";
+
 const std::string kLuma = kModels + "vainr_luma.onnx";
 const std::string kGoodLuma = Manifest(kLuma, Hwc("packed", 8, 12, 4), Hwc("denoised", 8, 12, 4));
 
@@ -128,11 +143,21 @@ TEST(ReferenceRuntime, ManifestsAndTheirErrors) {
         {Sub(kGoodLuma, "uint8", "u8"), "\"type\" must be"},
         {Sub(kGoodLuma, "0.00392156862745098", "0"), "\"scale\" must be a positive number"},
         {Sub(kGoodLuma, ": 8", ": 0"), "needs positive \"height\""},
-        {Manifest(kLuma, packed, unused), "cannot be \"unused\""},
+        {Manifest(kLuma, packed, unused), "cannot be \"unused\" or \"plane\""},
         {Sub(kGoodLuma, "packed", "frame"), "OpenCV:"},
         {Manifest(kLuma, Hwc("packed", 8, 12, 6), Hwc("denoised", 8, 12, 6)), "OpenCV:"},
         {Manifest(kLuma, packed, Hwc("denoised", 8, 10, 4)), "is 1x4x8x12, the manifest says 1x4x8x10"},
         {kGoodLuma, "VAI_REFERENCE_THREADS=\"two\" is not a thread count", "two"},
+        {Manifest(kLuma, Blocks("packed", 360, 15, 16, kNv21), d), "\"nv21\" needs positive even"},
+        {Manifest(kLuma, Blocks("packed", 384, 16, 24, kNv21), d),
+         "\"bytes\" is 384 but the layout holds 576"},
+        {Manifest(kLuma, Blocks("packed", 768, 16, 24, Sub(kBayer, ", \"white_level\": 1023", "")), d),
+         "needs \"white_level\" above \"black_level\""},
+        {Manifest(kLuma, Blocks("packed", 768, 16, 24, kBayer + ", \"cfa\": \"rgbg\""), d),
+         "\"cfa\" must be"},
+        {Sub(kGoodLuma, "\"scale\"", "\"offset\": \"1\", \"scale\""), "\"offset\" must be a number"},
+        {Manifest(kLuma, packed, Plane("denoised", 8, 12, 4, "\"type\": \"int8\"")),
+         "cannot be \"unused\" or \"plane\""},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text);
@@ -147,10 +172,13 @@ TEST(ReferenceRuntime, ManifestsAndTheirErrors) {
         EXPECT_EQ(session ? rt.interp->ReleaseSession(session) : 0, 0);
     }
     // The manifests committed beside the models fit their networks.
-    for (const char* name : {"luma_640x480", "luma_1920x1080", "yuv_640x480", "yuv_1920x1080"}) {
-        void* session = nullptr;
-        EXPECT_EQ(rt.Open(kModels + "vainr_" + name + ".json", &session), 0) << name;
-        EXPECT_EQ(rt.interp->ReleaseSession(session), 0) << name;
+    for (const char* name :
+         {"mode1/vainr_luma", "mode1/vainr_yuv", "mode9/vainr_mtk_yuv", "mode10/vainr_mtk_raw"}) {
+        for (const char* size : {"_640x480.json", "_1920x1080.json"}) {
+            void* session = nullptr;
+            EXPECT_EQ(rt.Open(kModels + "../" + name + size, &session), 0) << name << size;
+            EXPECT_EQ(rt.interp->ReleaseSession(session), 0) << name;
+        }
     }
 }
 
@@ -193,6 +221,11 @@ TEST(ReferenceRuntime, Tensors) {
         {[&] { return s.In(n, in.data(), 1000); }, "tensor fd 1000"},
     };
     for (const auto& f : factories) ExpectStderr(f.error, [&] { EXPECT_EQ(f.make(), nullptr); });
+    void* gone = nullptr;  // a released session makes no more tensors
+    ASSERT_EQ(s.Open(kDir + "/ref_session.json", &gone), 0);
+    ASSERT_EQ(s.interp->ReleaseSession(gone), 0);
+    ExpectStderr("not a live session",
+                 [&] { EXPECT_EQ(Tensor(s.in(gone, n, 0, 1, 2, nullptr, -1, 0)), nullptr); });
     struct Foreign : PXRT::ITensor {
         int Reserved0() override { return 0; }
         void* GetData() override { return nullptr; }
@@ -230,6 +263,11 @@ void CheckLayouts(const char* type, const std::string& sc, long lo, long hi) {
     for (T& x : v_in) x = static_cast<T>(d(rng));
     for (T& x : p_in) x = static_cast<T>(d(rng));
     const size_t vb = count * sizeof(T), pb = p_in.size() * sizeof(T);
+    size_t sizes[2] = {};  // input 0 is the vector, output 0 the image
+    ASSERT_EQ(s.interp->GetSessionInputSize(s.session, 0, &sizes[0]), 0);
+    ASSERT_EQ(s.interp->GetSessionOutputSize(s.session, 0, &sizes[1]), 0);
+    EXPECT_EQ(sizes[0], vb);
+    EXPECT_EQ(sizes[1], pb);
     PXRT::TensorArray in{s.In(vb, v_in.data(), -1, 0), s.In(pb, p_in.data(), -1, 1)};
     PXRT::TensorArray out{s.Out(pb, p_out.data(), -1, 0), s.Out(vb, v_out.data(), -1, 1)};
     ASSERT_EQ(s.interp->Run(s.session, &in, &out), 0);
@@ -247,6 +285,54 @@ TEST(ReferenceRuntime, LayoutsCarryEveryElementExactly) {
     CheckLayouts<float>("float32", "1", -100, 1000);
 }
 
+// The frame layouts through a network that passes its input on: the frame comes back bit for bit (a
+// Bayer sample above the white level comes back at it), and, read out as float channels, each channel
+// holds the sample of the 2x2 block the layout promises, levelled and scaled.
+TEST(ReferenceRuntime, FrameLayoutsRoundTripExactly) {
+    constexpr int h = 4, w = 6;
+    const struct {
+        std::string layout;
+        int pos[4];  // block position (row x 2 + column) of channels 0..3
+    } cases[] = {
+        {kNv21, {0, 1, 2, 3}},
+        {kBayer, {0, 1, 2, 3}},
+        {kBayer + ", \"cfa\": \"grbg\"", {1, 0, 3, 2}},
+        {kBayer + ", \"cfa\": \"gbrg\"", {2, 3, 0, 1}},
+        {kBayer + ", \"cfa\": \"bggr\"", {3, 2, 1, 0}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.layout);
+        const bool nv21 = c.layout == kNv21;
+        const size_t count = nv21 ? h * w * 3 / 2 : h * w, size = nv21 ? 1 : 2;
+        const int channels = nv21 ? 6 : 4;
+        const double black = nv21 ? 0 : 64, scale = nv21 ? 1 / 255.0 : 1 / 959.0;
+        std::vector<uint16_t> v(count);
+        std::mt19937 rng(5);
+        for (uint16_t& x : v) x = static_cast<uint16_t>(rng() % (nv21 ? 256 : 1024));
+        if (!nv21) v[7] = 4000;
+        std::vector<uint8_t> in(count * size), back(count * size);
+        for (size_t i = 0; i < in.size(); ++i) in[i] = static_cast<uint8_t>(v[i / size] >> (8 * (i % size)));
+        std::vector<float> blob(count / (nv21 ? 6 : 4) * channels);
+        const std::string frame = Blocks("frame", in.size(), h, w, c.layout);
+        const std::string id = std::string(VAI_TEST_SOURCE_DIR) + "/tests/data/identity.onnx";
+        Runtime s(Manifest(id, frame, Sub(frame, "frame", "out")));
+        Runtime f(Manifest(id, frame, Hwc("out", h / 2, w / 2, channels, "float32", 4, "1")));
+        ASSERT_TRUE(s.session && f.session);
+        PXRT::TensorArray s_in{s.In(in.size(), in.data())}, s_out{s.Out(back.size(), back.data())};
+        PXRT::TensorArray f_in{f.In(in.size(), in.data())}, f_out{f.Out(blob.size() * 4, blob.data())};
+        ASSERT_EQ(s.interp->Run(s.session, &s_in, &s_out), 0);
+        ASSERT_EQ(f.interp->Run(f.session, &f_in, &f_out), 0);
+        if (!nv21) in[14] = 1023 & 0xff, in[15] = 1023 >> 8;
+        EXPECT_EQ(back, in);
+        for (int at = 0; at < h * w / 4 * channels; ++at) {  // block (r, col), channel k
+            const int r = at / channels / (w / 2), col = at / channels % (w / 2), k = at % channels;
+            const int e =
+                k < 4 ? (2 * r + c.pos[k] / 2) * w + 2 * col + c.pos[k] % 2 : h * w + r * w + 2 * col + k - 4;
+            EXPECT_FLOAT_EQ(blob[at], (v[e] - black) * scale) << r << "," << col << " channel " << k;
+        }
+    }
+}
+
 constexpr int kW = 128, kH = 96;
 
 // Sum of squared differences of two frames' samples in one plane.
@@ -258,18 +344,23 @@ double SquaredError(const vai_frame::Frame& a, const vai_frame::Frame& b, int pl
     return se;
 }
 
-// A clean picture of smooth shading, a disc and soft bars, and a noisy copy with signal-dependent
-// noise (variance a x value + b, in 10-bit steps).
+// A clean picture in 10-bit steps: smooth shading, a disc and soft bars in luma (plane 0), gentle
+// ramps in chroma (plane 1, x the column of the interleaved pair's sample, y the chroma row).
+double Picture(int plane, int x, int y) {
+    const int px = plane ? x / 2 * 2 : x, py = plane ? y * 2 : y;
+    if (plane) return x % 2 ? 560 - py : 470 + px * 0.5;
+    const double disc = std::hypot(px - 80.0, py - 44.0) < 26 ? 260 : 0;
+    return 180 + px * 2.5 + py + disc + 90 * std::sin(px * 0.15) * (py > 70);
+}
+
+// The picture and a copy with signal-dependent noise (variance a x value + b, in 10-bit steps).
 void MakeFrames(vai_frame::Frame& clean, vai_frame::Frame& noisy) {
     std::mt19937 rng(11);
     std::normal_distribution<double> g(0, 1);
     for (int p = 0; p < 2; ++p) {
         for (int y = 0; y < clean.format().Rows(p); ++y) {
             for (int x = 0; x < kW; ++x) {
-                const int px = p ? x / 2 * 2 : x, py = p ? y * 2 : y;
-                const double disc = std::hypot(px - 80.0, py - 44.0) < 26 ? 260 : 0;
-                const double bars = 90 * std::sin(px * 0.15) * (py > 70);
-                const double v = p ? (x % 2 ? 560 - py : 470 + px * 0.5) : 180 + px * 2.5 + py + disc + bars;
+                const double v = Picture(p, x, y);
                 const double sigma = p ? 12 : std::sqrt(1.0 * v + 200);
                 const double n = std::min(std::max(std::round(v + sigma * g(rng)), 0.0), 1023.0);
                 clean.SetSample(p, x, y, static_cast<uint16_t>(std::lround(v)) << 6);
@@ -317,6 +408,98 @@ TEST(ReferenceRuntime, Mode1DenoisesThroughTheEntryPoints) {
         } else {
             EXPECT_LT(SquaredError(out, clean, 1), SquaredError(noisy, clean, 1) * 0.79);  // 1 dB
         }
+        EXPECT_EQ(Video_AI_Proc_Uninit(handle), 0);
+    }
+    unsetenv("VAI_PXRT_LIBRARY");
+}
+
+}  // namespace
+
+namespace {
+
+// A kW x kH MediaTek frame over `bytes`: plane 0 holds it all.
+vAIPROC::VAI_IMG_ MtkImage(std::vector<uint8_t>& bytes, int bits) {
+    vAIPROC::VAI_IMG_ img{};
+    img.btw = static_cast<int8_t>(bits);
+    img.plane_addr[0] = bytes.data();
+    img.plane_size[0] = static_cast<uint32_t>(bytes.size());
+    img.fd[0] = -1;
+    img.width = kW, img.height = kH;
+    return img;
+}
+
+// Modes 9 and 10 with their sample configurations and the bundled models at the test's frame size. At
+// ISO 25600 (strength 204 of 255) luma and chroma, or the mosaic, come out at least 2 dB closer to the
+// clean picture than the noisy input; the caller's strength 0 passes the frame through.
+TEST(ReferenceRuntime, MediaTekModesDenoiseThroughTheEntryPoints) {
+    const std::string src = VAI_TEST_SOURCE_DIR;
+    const struct {
+        int mode;
+        std::string cfg, onnx, frame, strength;
+        int32_t off;
+    } cases[] = {
+        {9, "mtk_vainr_yuv.json", "mode9/vainr_mtk_yuv.onnx", kNv21, "\"scale\": 0.00392156862745098", 0},
+        {10, "mtk_vainr_raw.json", "mode10/vainr_mtk_raw.onnx", kBayer,
+         "\"type\": \"int8\", \"offset\": -128, \"scale\": 0.00392156862745098", -128},
+    };
+    setenv("VAI_PXRT_LIBRARY", VAI_REFERENCE_RUNTIME_PATH, 1);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.mode);
+        const bool yuv = c.mode == 9;
+        const size_t count = yuv ? kW * kH * 3 / 2 : kW * kH, size = yuv ? 1 : 2, luma = kW * kH;
+        // 8-bit NV21, or 10-bit RGGB above black level 64 with a gain per colour; variance a x value + b.
+        std::vector<double> clean(count);
+        std::vector<uint8_t> noisy(count * size), out(count * size);
+        std::mt19937 rng(11);
+        std::normal_distribution<double> g(0, 1);
+        for (size_t i = 0; i < count; ++i) {
+            const int x = static_cast<int>(i % kW), y = static_cast<int>(i / kW);
+            static const double kGain[4] = {0.5, 0.8, 0.8, 0.6};
+            clean[i] =
+                yuv ? Picture(y >= kH, x, y % kH) / 4 : 64 + Picture(0, x, y) * kGain[y % 2 * 2 + x % 2];
+            const double sigma =
+                yuv ? (i >= luma ? 3 : std::sqrt(0.3 * clean[i] + 4)) : std::sqrt(2 * clean[i] - 112);
+            const auto v =
+                static_cast<uint16_t>(std::min(std::max(std::round(clean[i] + sigma * g(rng)), 0.0), 1023.0));
+            for (size_t b = 0; b < size; ++b) noisy[i * size + b] = static_cast<uint8_t>(v >> (8 * b));
+        }
+        auto error = [&](const std::vector<uint8_t>& f, size_t from, size_t to) {
+            double se = 0;
+            for (size_t i = from; i < to; ++i)
+                se += std::pow((size == 1 ? f[i] : f[2 * i] | f[2 * i + 1] << 8) - clean[i], 2);
+            return se;
+        };
+        const std::string manifest = kDir + "/ref_mode" + std::to_string(c.mode) + ".json";
+        const std::string frame = Blocks("frame", noisy.size(), kH, kW, c.frame);
+        WriteFile(manifest,
+                  Manifest(src + "/models/" + c.onnx,
+                           frame + "," + Plane("strength", kH / 2, kW / 2, yuv ? 6 : 4, c.strength) +
+                               ", {\"name\": \"side\", \"bytes\": 16, \"layout\": \"unused\"}",
+                           Sub(frame, "frame", "denoised")));
+
+        vAIPROC::InitParams_ init{};
+        std::snprintf(init.project_name, sizeof(init.project_name), "DemoProject");
+        for (const char*& path : init.model_path) path = manifest.c_str();
+        for (auto& paths : init.mtk_yuv_model_path) std::fill(paths, paths + 5, manifest.c_str());
+        const std::string cfg = src + "/configs/" + c.cfg;
+        init.cfg_path = cfg.c_str();
+        init.algo_mode = c.mode;
+        init.cam_mode = 1;
+        void* handle = Video_AI_Proc_Init(&init);
+        ASSERT_NE(handle, nullptr);
+        ASSERT_EQ(Video_AI_Model_Init(handle, &init), 0);
+        vAIPROC::VAI_IMG_ in = MtkImage(noisy, yuv ? 8 : 10), res = MtkImage(out, yuv ? 8 : 10);
+        vAIPROC::ProcParams_ params{};
+        params.iso = 25600;
+        params.drc_gain = params.zoom_ratio = 1;
+        ASSERT_EQ(Video_AI_Proc_Process(handle, &res, &in, &params), 0);
+        EXPECT_LT(error(out, 0, luma), error(noisy, 0, luma) * 0.63);          // 2 dB
+        EXPECT_LE(error(out, luma, count), error(noisy, luma, count) * 0.63);  // none in a mosaic
+        int32_t strength[2] = {c.off, 0};
+        params.extend_pars = strength;
+        ASSERT_EQ(Video_AI_Proc_Process(handle, &res, &in, &params), 0);
+        EXPECT_EQ(out, noisy);
+        EXPECT_EQ(Video_AI_Model_Uninit(handle), 0);
         EXPECT_EQ(Video_AI_Proc_Uninit(handle), 0);
     }
     unsetenv("VAI_PXRT_LIBRARY");

@@ -4,6 +4,7 @@
 #include <rapidjson/error/en.h>
 #include <rapidjson/filereadstream.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 
@@ -30,6 +31,51 @@ bool PositiveInt(const Value& v, const char* key, int* out) {
     if (it == v.MemberEnd() || !it->value.IsInt() || it->value.GetInt() <= 0) return false;
     *out = it->value.GetInt();
     return true;
+}
+
+// An optional number member into `out`; false when present but not a number.
+bool Number(const Value& v, const char* key, double* out) {
+    auto it = v.FindMember(key);
+    if (it == v.MemberEnd()) return true;
+    if (!it->value.IsNumber()) return false;
+    *out = it->value.GetDouble();
+    return true;
+}
+
+// Sensor levels and colour order of a Bayer tensor: the network sees (element - black) / (white - black),
+// and outputs are clipped to the white level.
+bool ParseBayer(const Value& v, TensorDesc* t, std::string* why) {
+    if (v.HasMember("scale") || v.HasMember("offset")) {
+        *why = "\"bayer\" takes \"black_level\" and \"white_level\", not \"scale\" or \"offset\"";
+        return false;
+    }
+    double black = 0, white = -1;
+    if (!Number(v, "black_level", &black) || !Number(v, "white_level", &white) || !(black >= 0) ||
+        !(white > black)) {
+        *why = "\"bayer\" needs \"white_level\" above \"black_level\" (at least 0)";
+        return false;
+    }
+    t->offset = black;
+    t->scale = 1.0 / (white - black);
+    t->ceiling = white;
+    // Block positions of R, G on R's row, G on B's row, and B, for each order of the top-left 2x2.
+    static const struct {
+        const char* name;
+        int cfa[4];
+    } kOrders[] = {
+        {"rggb", {0, 1, 2, 3}}, {"grbg", {1, 0, 3, 2}}, {"gbrg", {2, 3, 0, 1}}, {"bggr", {3, 2, 1, 0}}};
+    auto cfa = v.FindMember("cfa");
+    const std::string order = cfa == v.MemberEnd()    ? "rggb"
+                              : cfa->value.IsString() ? cfa->value.GetString()
+                                                      : "";
+    for (const auto& o : kOrders) {
+        if (order == o.name) {
+            std::copy(o.cfa, o.cfa + 4, t->cfa);
+            return true;
+        }
+    }
+    *why = "\"cfa\" must be \"rggb\", \"grbg\", \"gbrg\" or \"bggr\"";
+    return false;
 }
 
 bool ParseTensor(const Value& v, const std::string& where, TensorDesc* t, std::string* error) {
@@ -65,10 +111,12 @@ bool ParseTensor(const Value& v, const std::string& where, TensorDesc* t, std::s
         }
         t->scale = scale->value.GetDouble();
     }
+    if (!Number(v, "offset", &t->offset)) return fail("\"offset\" must be a number");
 
     auto layout = v.FindMember("layout");
     const std::string kind = layout != v.MemberEnd() && layout->value.IsString() ? layout->value.GetString() : "";
     size_t elements = 0;
+    std::string bayer_error;
     if (kind == "hwc") {
         t->layout = Layout::kHwc;
         if (!PositiveInt(v, "height", &t->height) || !PositiveInt(v, "width", &t->width) ||
@@ -80,11 +128,30 @@ bool ParseTensor(const Value& v, const std::string& where, TensorDesc* t, std::s
         t->layout = Layout::kVector;
         if (!PositiveInt(v, "count", &t->count)) return fail("\"vector\" needs a positive \"count\"");
         elements = static_cast<size_t>(t->count);
+    } else if (kind == "plane") {
+        t->layout = Layout::kPlane;
+        if (!PositiveInt(v, "count", &t->count) || !PositiveInt(v, "height", &t->height) ||
+            !PositiveInt(v, "width", &t->width) || !PositiveInt(v, "channels", &t->channels)) {
+            return fail("\"plane\" needs positive \"count\", \"height\", \"width\" and \"channels\"");
+        }
+        elements = static_cast<size_t>(t->count);
     } else if (kind == "unused") {
         t->layout = Layout::kUnused;
         return true;
+    } else if (kind == "nv21" || kind == "bayer") {
+        t->layout = kind == "nv21" ? Layout::kNv21 : Layout::kBayer;
+        if (!PositiveInt(v, "height", &t->height) || !PositiveInt(v, "width", &t->width) ||
+            t->height % 2 != 0 || t->width % 2 != 0) {
+            return fail("\"" + kind + "\" needs positive even \"height\" and \"width\"");
+        }
+        elements = static_cast<size_t>(t->height) * static_cast<size_t>(t->width);
+        if (kind == "nv21") {
+            elements += elements / 2;
+        } else if (!ParseBayer(v, t, &bayer_error)) {
+            return fail(bayer_error);
+        }
     } else {
-        return fail("\"layout\" must be \"hwc\", \"vector\" or \"unused\"");
+        return fail("\"layout\" must be \"hwc\", \"vector\", \"plane\", \"unused\", \"nv21\" or \"bayer\"");
     }
     if (elements * ElementSize(t->type) != t->bytes) {
         return fail("\"bytes\" is " + std::to_string(t->bytes) + " but the layout holds " +
@@ -126,6 +193,31 @@ size_t ElementSize(ElementType type) {
     return 1;
 }
 
+int BlobChannels(const TensorDesc& t) {
+    switch (t.layout) {
+        case Layout::kNv21: return 6;
+        case Layout::kBayer: return 4;
+        case Layout::kHwc:
+        case Layout::kPlane: return t.channels;
+        default: return 1;
+    }
+}
+
+std::vector<BlockSource> BlockSources(const TensorDesc& t) {
+    const size_t w = static_cast<size_t>(t.width);
+    std::vector<BlockSource> sources;
+    for (int k = 0; k < 4; ++k) {
+        const int pos = t.layout == Layout::kBayer ? t.cfa[k] : k;
+        sources.push_back({(pos / 2) * w, 2 * w, pos % 2});
+    }
+    if (t.layout == Layout::kNv21) {
+        const size_t chroma = w * static_cast<size_t>(t.height);
+        sources.push_back({chroma, w, 0});
+        sources.push_back({chroma, w, 1});
+    }
+    return sources;
+}
+
 bool LoadManifest(const char* path, Manifest* manifest, std::string* error) {
     const std::string where = std::string("manifest ") + (path ? path : "(null)");
     std::unique_ptr<FILE, int (*)(FILE*)> file(path && *path ? std::fopen(path, "rb") : nullptr, &std::fclose);
@@ -165,8 +257,8 @@ bool LoadManifest(const char* path, Manifest* manifest, std::string* error) {
         return false;
     }
     for (const TensorDesc& t : m.outputs) {
-        if (t.layout == Layout::kUnused) {
-            *error = where + ": output \"" + t.name + "\" cannot be \"unused\"";
+        if (t.layout == Layout::kUnused || t.layout == Layout::kPlane) {
+            *error = where + ": output \"" + t.name + "\" cannot be \"unused\" or \"plane\"";
             return false;
         }
     }

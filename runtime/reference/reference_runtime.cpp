@@ -116,62 +116,133 @@ class Tensor : public PXRT::ITensor {
 // Element (position p, channel c) of the interleaved bytes is blob element c x positions + p; a
 // vector is one channel.
 template <typename T>
-void ToFloat(const uint8_t* bytes, size_t positions, size_t channels, double scale, float* out) {
+void ToFloat(const uint8_t* bytes, size_t positions, size_t channels, const TensorDesc& s, float* out) {
     for (size_t p = 0; p < positions; ++p) {
         for (size_t c = 0; c < channels; ++c) {
             T v;
             std::memcpy(&v, bytes + (p * channels + c) * sizeof(T), sizeof(T));
-            out[c * positions + p] = static_cast<float>(static_cast<double>(v) * scale);
+            out[c * positions + p] = static_cast<float>((static_cast<double>(v) - s.offset) * s.scale);
         }
     }
 }
 
-// Back to elements, rounded to nearest and saturated to the element type.
+// Back to an element: rounded to nearest, saturated to the type and, when set, to the ceiling.
 template <typename T>
-void FromFloat(const float* in, size_t positions, size_t channels, double scale, uint8_t* bytes) {
+T Element(float f, const TensorDesc& s) {
+    const double v = static_cast<double>(f) / s.scale + s.offset;
+    return cv::saturate_cast<T>(s.ceiling > 0 && v > s.ceiling ? s.ceiling : v);
+}
+
+template <typename T>
+void FromFloat(const float* in, size_t positions, size_t channels, const TensorDesc& s, uint8_t* bytes) {
     for (size_t p = 0; p < positions; ++p) {
         for (size_t c = 0; c < channels; ++c) {
-            const T v = cv::saturate_cast<T>(static_cast<double>(in[c * positions + p]) / scale);
+            const T v = Element<T>(in[c * positions + p], s);
             std::memcpy(bytes + (p * channels + c) * sizeof(T), &v, sizeof(T));
         }
     }
 }
 
+// The 2x2-block layouts: blob channel k of block (r, c) is the element BlockSources names.
+template <typename T>
+void BlocksToFloat(const uint8_t* bytes, const TensorDesc& s, float* out) {
+    const size_t rows = static_cast<size_t>(s.height) / 2, cols = static_cast<size_t>(s.width) / 2;
+    for (const BlockSource& src : BlockSources(s)) {
+        for (size_t r = 0; r < rows; ++r) {
+            const uint8_t* row =
+                bytes + (src.base + r * src.row_step + static_cast<size_t>(src.dx)) * sizeof(T);
+            for (size_t c = 0; c < cols; ++c) {
+                T v;
+                std::memcpy(&v, row + 2 * c * sizeof(T), sizeof(T));
+                *out++ = static_cast<float>((static_cast<double>(v) - s.offset) * s.scale);
+            }
+        }
+    }
+}
+
+template <typename T>
+void BlocksFromFloat(const float* in, const TensorDesc& s, uint8_t* bytes) {
+    const size_t rows = static_cast<size_t>(s.height) / 2, cols = static_cast<size_t>(s.width) / 2;
+    for (const BlockSource& src : BlockSources(s)) {
+        for (size_t r = 0; r < rows; ++r) {
+            uint8_t* row =
+                bytes + (src.base + r * src.row_step + static_cast<size_t>(src.dx)) * sizeof(T);
+            for (size_t c = 0; c < cols; ++c) {
+                const T v = Element<T>(*in++, s);
+                std::memcpy(row + 2 * c * sizeof(T), &v, sizeof(T));
+            }
+        }
+    }
+}
+
+bool Blocks(const TensorDesc& s) {
+    return s.layout == Layout::kNv21 || s.layout == Layout::kBayer;
+}
+
 size_t Positions(const TensorDesc& s) {
+    if (Blocks(s)) return static_cast<size_t>(s.height / 2) * static_cast<size_t>(s.width / 2);
     return s.layout == Layout::kHwc ? static_cast<size_t>(s.height) * static_cast<size_t>(s.width)
                                     : static_cast<size_t>(s.count);
 }
 
-size_t Channels(const TensorDesc& s) {
-    return s.layout == Layout::kHwc ? static_cast<size_t>(s.channels) : 1;
-}
-
 std::vector<int> BlobShape(const TensorDesc& s) {
-    if (s.layout == Layout::kHwc) return {1, s.channels, s.height, s.width};
+    if (Blocks(s)) return {1, BlobChannels(s), s.height / 2, s.width / 2};
+    if (s.layout == Layout::kHwc || s.layout == Layout::kPlane) return {1, s.channels, s.height, s.width};
     return {1, s.count};
 }
 
+template <typename T>
+void ToBlob(const TensorDesc& s, const uint8_t* bytes, float* out) {
+    if (Blocks(s)) {
+        BlocksToFloat<T>(bytes, s, out);
+    } else {
+        ToFloat<T>(bytes, Positions(s), static_cast<size_t>(BlobChannels(s)), s, out);
+    }
+}
+
+template <typename T>
+void FromBlob(const TensorDesc& s, const float* in, uint8_t* bytes) {
+    if (Blocks(s)) {
+        BlocksFromFloat<T>(in, s, bytes);
+    } else {
+        FromFloat<T>(in, Positions(s), static_cast<size_t>(BlobChannels(s)), s, bytes);
+    }
+}
+
+void BytesToBlob(const TensorDesc& s, const uint8_t* bytes, float* out);
+
+// A plane's blob is its first element everywhere.
 void BytesToBlob(const TensorDesc& s, const uint8_t* bytes, cv::Mat* blob) {
-    const size_t n = Positions(s), c = Channels(s);
-    float* out = blob->ptr<float>();
+    if (s.layout == Layout::kPlane) {
+        TensorDesc first = s;
+        first.layout = Layout::kVector;
+        first.count = 1;
+        float value = 0;
+        BytesToBlob(first, bytes, &value);
+        blob->setTo(cv::Scalar(value));
+        return;
+    }
+    BytesToBlob(s, bytes, blob->ptr<float>());
+}
+
+void BytesToBlob(const TensorDesc& s, const uint8_t* bytes, float* out) {
     switch (s.type) {
-        case ElementType::kUint8: ToFloat<uint8_t>(bytes, n, c, s.scale, out); break;
-        case ElementType::kInt8: ToFloat<int8_t>(bytes, n, c, s.scale, out); break;
-        case ElementType::kUint16: ToFloat<uint16_t>(bytes, n, c, s.scale, out); break;
-        case ElementType::kInt16: ToFloat<int16_t>(bytes, n, c, s.scale, out); break;
-        case ElementType::kFloat32: ToFloat<float>(bytes, n, c, s.scale, out); break;
+        case ElementType::kUint8: ToBlob<uint8_t>(s, bytes, out); break;
+        case ElementType::kInt8: ToBlob<int8_t>(s, bytes, out); break;
+        case ElementType::kUint16: ToBlob<uint16_t>(s, bytes, out); break;
+        case ElementType::kInt16: ToBlob<int16_t>(s, bytes, out); break;
+        case ElementType::kFloat32: ToBlob<float>(s, bytes, out); break;
     }
 }
 
 void BlobToBytes(const TensorDesc& s, const cv::Mat& blob, uint8_t* bytes) {
-    const size_t n = Positions(s), c = Channels(s);
     const float* in = blob.ptr<float>();
     switch (s.type) {
-        case ElementType::kUint8: FromFloat<uint8_t>(in, n, c, s.scale, bytes); break;
-        case ElementType::kInt8: FromFloat<int8_t>(in, n, c, s.scale, bytes); break;
-        case ElementType::kUint16: FromFloat<uint16_t>(in, n, c, s.scale, bytes); break;
-        case ElementType::kInt16: FromFloat<int16_t>(in, n, c, s.scale, bytes); break;
-        case ElementType::kFloat32: FromFloat<float>(in, n, c, s.scale, bytes); break;
+        case ElementType::kUint8: FromBlob<uint8_t>(s, in, bytes); break;
+        case ElementType::kInt8: FromBlob<int8_t>(s, in, bytes); break;
+        case ElementType::kUint16: FromBlob<uint16_t>(s, in, bytes); break;
+        case ElementType::kInt16: FromBlob<int16_t>(s, in, bytes); break;
+        case ElementType::kFloat32: FromBlob<float>(s, in, bytes); break;
     }
 }
 

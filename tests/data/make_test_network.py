@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Writes permute.onnx, the reference runtime tests' network: two inputs, each mapped to an output with
+"""Writes the reference runtime tests' networks. permute.onnx: two inputs, each mapped to an output with
 its elements reversed, so that every byte's way through the layouts can be checked exactly.
 
   packed  1x6xHxW -> packed_out  (channels reversed, 1x1 convolution)
@@ -25,3 +25,12 @@ graph = helper.make_graph(
 model = helper.make_model(graph, opset_imports=[helper.make_opsetid("", 11)], producer_name="vai-tests")
 onnx.checker.check_model(model)
 onnx.save(model, os.path.join(os.path.dirname(os.path.abspath(__file__)), "permute.onnx"))
+
+# identity.onnx: "frame" 1xCxHxW passed through unchanged as "out", whatever the layout feeding it.
+graph = helper.make_graph(
+    [helper.make_node("Identity", ["frame"], ["out"])], "identity",
+    [helper.make_tensor_value_info("frame", TensorProto.FLOAT, [1, "c", "h", "w"])],
+    [helper.make_tensor_value_info("out", TensorProto.FLOAT, [1, "c", "h", "w"])])
+model = helper.make_model(graph, opset_imports=[helper.make_opsetid("", 11)], producer_name="vai-tests")
+onnx.checker.check_model(model)
+onnx.save(model, os.path.join(os.path.dirname(os.path.abspath(__file__)), "identity.onnx"))
