@@ -132,8 +132,9 @@ class Progress {
                      std::string(width - filled, ' ').c_str(), done, total_, seconds > 0 ? done / seconds : 0.0);
         std::fflush(stderr);
     }
-    ~Progress() {
+    void Finish() {
         if (on_) std::fputc('\n', stderr);
+        on_ = false;
     }
 
   private:
@@ -250,6 +251,7 @@ int Denoise(const Options& opt) {
         }
         progress.Update(++done, Seconds(Clock::now() - start));
     }
+    progress.Finish();
     const double wall_s = Seconds(Clock::now() - start);
     uint64_t runtime_us = 0, runs = 0;
     if (runtime_stats != nullptr) runtime_stats(&runtime_us, &runs);
