@@ -81,9 +81,12 @@ bool ParseLayout(const std::string& name, Layout* layout) {
 
 const char* LayoutName(Layout layout) {
     switch (layout) {
-        case Layout::kNV12: return "nv12";
-        case Layout::kNV21: return "nv21";
-        case Layout::kP010: return "p010";
+        case Layout::kNV12:
+            return "nv12";
+        case Layout::kNV21:
+            return "nv21";
+        case Layout::kP010:
+            return "p010";
     }
     return "?";
 }
@@ -116,8 +119,8 @@ std::string ClipReader::Open(const std::string& path, const ClipFormat& raw) {
         const size_t frame = format_.FrameBytes();
         if (size == 0 || frame == 0 || size % frame != 0) {
             std::ostringstream s;
-            s << "input clip '" << path << "' is " << size << " bytes, not a whole number of " << raw.width << "x"
-              << raw.height << " " << LayoutName(raw.layout) << " frames (" << frame
+            s << "input clip '" << path << "' is " << size << " bytes, not a whole number of " << raw.width
+              << "x" << raw.height << " " << LayoutName(raw.layout) << " frames (" << frame
               << " bytes each); Y4M clips start with \"YUV4MPEG2 \"";
             return s.str();
         }
@@ -127,7 +130,8 @@ std::string ClipReader::Open(const std::string& path, const ClipFormat& raw) {
 
     std::string header;
     for (int ch; (ch = std::fgetc(file_)) != '\n';) {
-        if (ch == EOF || header.size() > 1024) return "input clip '" + path + "': Y4M header is not terminated";
+        if (ch == EOF || header.size() > 1024)
+            return "input clip '" + path + "': Y4M header is not terminated";
         header += static_cast<char>(ch);
     }
     format_ = ClipFormat{};
@@ -150,8 +154,8 @@ std::string ClipReader::Open(const std::string& path, const ClipFormat& raw) {
         format_.layout = Layout::kP010;
         format_.bits = 10;
     } else if (colour != "420jpeg" && colour != "420paldv" && colour != "420mpeg2" && colour != "420") {
-        return "input clip '" + path + "': Y4M colour space C" + colour + " is not supported (supported: " +
-               kY4mColourTags + ")";
+        return "input clip '" + path + "': Y4M colour space C" + colour +
+               " is not supported (supported: " + kY4mColourTags + ")";
     }
     if (format_.width <= 0 || format_.height <= 0 || format_.width % 2 || format_.height % 2)
         return "input clip '" + path + "': Y4M frame size must be even and positive, not " +
@@ -230,7 +234,8 @@ std::string ClipWriter::Commit() {
     return "";
 }
 
-std::vector<uint8_t> ConvertFrame(const std::vector<uint8_t>& frame, const ClipFormat& from, const ClipFormat& to) {
+std::vector<uint8_t> ConvertFrame(const std::vector<uint8_t>& frame, const ClipFormat& from,
+                                  const ClipFormat& to) {
     if (from.layout == to.layout) return frame;
     std::vector<uint8_t> out(to.FrameBytes());
     const size_t luma = size_t(from.width) * from.height, total = luma * 3 / 2;

@@ -82,7 +82,8 @@ class ClipWriter {
 
 // The same frame in `to`'s layout (same size): chroma order swapped, samples widened (value << 8) or
 // narrowed with rounding as needed.
-std::vector<uint8_t> ConvertFrame(const std::vector<uint8_t>& frame, const ClipFormat& from, const ClipFormat& to);
+std::vector<uint8_t> ConvertFrame(const std::vector<uint8_t>& frame, const ClipFormat& from,
+                                  const ClipFormat& to);
 
 // Sample (x, y) of plane `p` (0 luma, 1 chroma with x counting samples, 2*cx + c), at the clip's bit
 // depth (P010 words shifted down to their value).

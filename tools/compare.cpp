@@ -69,7 +69,8 @@ std::string Number(double v, int decimals) {
 }
 
 // One frame as an 8-bit picture, centred crop of at most `w` x `h`, labelled.
-cv::Mat Panel(const std::vector<uint8_t>& frame, const ClipFormat& f, int w, int h, const std::string& label) {
+cv::Mat Panel(const std::vector<uint8_t>& frame, const ClipFormat& f, int w, int h,
+              const std::string& label) {
     ClipFormat nv = f;
     nv.layout = f.layout == Layout::kNV21 ? Layout::kNV21 : Layout::kNV12;
     nv.bits = 8;
@@ -90,7 +91,8 @@ int Fail(const std::string& message) {
 
 }  // namespace
 
-Quality CompareFrames(const std::vector<uint8_t>& reference, const std::vector<uint8_t>& test, const ClipFormat& f) {
+Quality CompareFrames(const std::vector<uint8_t>& reference, const std::vector<uint8_t>& test,
+                      const ClipFormat& f) {
     const double peak = (1 << f.bits) - 1;
     Quality q;
     const std::vector<cv::Mat> ry = Planes(reference, f, 0), ty = Planes(test, f, 0);
@@ -124,8 +126,8 @@ int Compare(const CompareArgs& args) {
 
     std::ostringstream csv;
     csv << "clip,frame,y_psnr_db,y_ssim,uv_psnr_db,uv_ssim\n";
-    std::printf("reference: %s (%s)\n%-24s %6s %10s %7s %11s %8s\n", args.reference.c_str(), f.Describe().c_str(),
-                "clip", "frame", "Y PSNR dB", "Y SSIM", "UV PSNR dB", "UV SSIM");
+    std::printf("reference: %s (%s)\n%-24s %6s %10s %7s %11s %8s\n", args.reference.c_str(),
+                f.Describe().c_str(), "clip", "frame", "Y PSNR dB", "Y SSIM", "UV PSNR dB", "UV SSIM");
     auto row = [&](const std::string& clip, const std::string& frame, const Quality& q) {
         const std::string yp = Number(Psnr(q.y_mse, f.bits), 2), up = Number(Psnr(q.uv_mse, f.bits), 2);
         std::printf("%-24s %6s %10s %7.4f %11s %8.4f\n", clip.c_str(), frame.c_str(), yp.c_str(), q.y_ssim,
@@ -144,7 +146,8 @@ int Compare(const CompareArgs& args) {
         if (frames == png_frame) panels.back() = Panel(reference, f, pw, ph, "clean");
         for (size_t c = 0; c < clips.size(); ++c) {
             if (!clips[c]->Read(&test, &error))
-                return Fail(error.empty() ? "'" + args.clips[c] + "' has fewer frames than the reference" : error);
+                return Fail(error.empty() ? "'" + args.clips[c] + "' has fewer frames than the reference"
+                                          : error);
             const Quality q = CompareFrames(reference, test, f);
             row(Name(args.clips[c]), std::to_string(frames), q);
             sums[c].y_mse += q.y_mse;

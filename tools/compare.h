@@ -17,7 +17,8 @@ struct Quality {
     double y_ssim = 0, uv_ssim = 0;  // Gaussian-window SSIM; chroma: mean of both planes
 };
 
-Quality CompareFrames(const std::vector<uint8_t>& reference, const std::vector<uint8_t>& test, const ClipFormat& f);
+Quality CompareFrames(const std::vector<uint8_t>& reference, const std::vector<uint8_t>& test,
+                      const ClipFormat& f);
 // Infinite for equal frames.
 double Psnr(double mse, int bits);
 

@@ -31,7 +31,8 @@ std::string FrameSchedule::Load(const std::string& path) {
     for (const std::string& name : Split(line)) {
         const auto* it = std::find(std::begin(kColumns), std::end(kColumns), name);
         if (it == std::end(kColumns))
-            return path + ":1: unknown column \"" + name + "\" (columns: frame, iso, drc_gain, zoom, cam_type)";
+            return path + ":1: unknown column \"" + name +
+                   "\" (columns: frame, iso, drc_gain, zoom, cam_type)";
         column.push_back(static_cast<int>(it - std::begin(kColumns)));
     }
     if (std::find(column.begin(), column.end(), 0) == column.end())
@@ -42,7 +43,8 @@ std::string FrameSchedule::Load(const std::string& path) {
         const std::vector<std::string> cells = Split(line);
         const std::string where = path + ":" + std::to_string(n) + ": ";
         if (cells.size() != column.size())
-            return where + std::to_string(cells.size()) + " values, the header names " + std::to_string(column.size());
+            return where + std::to_string(cells.size()) + " values, the header names " +
+                   std::to_string(column.size());
         FrameParams p = rows_.empty() ? constant_ : rows_.back().second;
         int frame = -1;
         for (size_t c = 0; c < cells.size(); ++c) {
@@ -51,10 +53,18 @@ std::string FrameSchedule::Load(const std::string& path) {
             if (cells[c].empty() || *end != '\0' || v < 0)
                 return where + "\"" + cells[c] + "\" is not a non-negative number";
             switch (column[c]) {
-                case 0: frame = static_cast<int>(v); break;
-                case 1: p.iso = static_cast<float>(v); break;
-                case 2: p.drc_gain = static_cast<float>(v); break;
-                case 3: p.zoom = static_cast<float>(v); break;
+                case 0:
+                    frame = static_cast<int>(v);
+                    break;
+                case 1:
+                    p.iso = static_cast<float>(v);
+                    break;
+                case 2:
+                    p.drc_gain = static_cast<float>(v);
+                    break;
+                case 3:
+                    p.zoom = static_cast<float>(v);
+                    break;
                 default:
                     if (v > 4 || v != static_cast<int>(v)) return where + "cam_type must be 0 to 4";
                     p.cam_type = static_cast<int>(v);

@@ -127,8 +127,8 @@ int Synth(const SynthArgs& args) {
     photo.convertTo(photo, CV_32FC3, 1.0 / 255);
     const double scale = kMargin * std::max(double(f.width) / photo.cols, double(f.height) / photo.rows);
     cv::Mat big;
-    cv::resize(photo, big, cv::Size(int(std::ceil(photo.cols * scale)), int(std::ceil(photo.rows * scale))), 0,
-               0, cv::INTER_CUBIC);
+    cv::resize(photo, big, cv::Size(int(std::ceil(photo.cols * scale)), int(std::ceil(photo.rows * scale))),
+               0, 0, cv::INTER_CUBIC);
     const double room_x = big.cols - f.width, room_y = big.rows - f.height;
 
     ClipWriter noisy_out, clean_out;
@@ -141,12 +141,13 @@ int Synth(const SynthArgs& args) {
     cv::Mat view, noisy;
     for (int n = 0; n < args.frames; ++n) {
         // Start a tenth into the margin and drift; a long clip rests against the far edge.
-        const double ox = std::min(room_x, 0.1 * room_x + kPanX * n), oy = std::min(room_y, 0.1 * room_y + kPanY * n);
+        const double ox = std::min(room_x, 0.1 * room_x + kPanX * n),
+                     oy = std::min(room_y, 0.1 * room_y + kPanY * n);
         const cv::Matx23d shift(1, 0, -ox, 0, 1, -oy);
         cv::warpAffine(big, view, shift, cv::Size(f.width, f.height), cv::INTER_LINEAR, cv::BORDER_REFLECT);
         if (!args.clean.empty()) {
             ToFrame(view, f, &frame);
-            clean_out.Write(frame);
+            if (!clean_out.Write(frame)) return Fail("cannot write '" + args.clean + "'");
         }
         noisy.create(view.size(), view.type());
         const float* src = view.ptr<float>();
@@ -160,8 +161,8 @@ int Synth(const SynthArgs& args) {
         if (std::string e = clean_out.Commit(); !e.empty()) return Fail(e);
     }
     std::printf("synth: %d frames of %s at ISO %g from '%s' -> %s%s%s\n", args.frames, f.Describe().c_str(),
-                double(args.iso), args.image.c_str(), args.output.c_str(), args.clean.empty() ? "" : ", clean: ",
-                args.clean.c_str());
+                double(args.iso), args.image.c_str(), args.output.c_str(),
+                args.clean.empty() ? "" : ", clean: ", args.clean.c_str());
     return 0;
 }
 
@@ -172,19 +173,32 @@ void RegisterSynth(CLI::App& app, int& status) {
         "Makes a noisy clip and its clean reference from an image: a window panning slowly across the "
         "enlarged photograph, with Poisson-Gaussian sensor noise for the given ISO. A .y4m output is Y4M "
         "(8 or 10 bits), anything else raw frames of --format.");
-    sub->add_option("image", args->image, "photograph (any format OpenCV reads)")->required()->check(CLI::ExistingFile);
+    sub->add_option("image", args->image, "photograph (any format OpenCV reads)")
+        ->required()
+        ->check(CLI::ExistingFile);
     sub->add_option("-o,--output", args->output, "noisy clip")->required();
     sub->add_option("--clean", args->clean, "clean reference clip, same container and format");
-    sub->add_option("--iso", args->iso, "ISO of the noise")->check(CLI::Range(50.0f, 409600.0f))->capture_default_str();
-    sub->add_option("-n,--frames", args->frames, "frames")->check(CLI::Range(1, 10000))->capture_default_str();
+    sub->add_option("--iso", args->iso, "ISO of the noise")
+        ->check(CLI::Range(50.0f, 409600.0f))
+        ->capture_default_str();
+    sub->add_option("-n,--frames", args->frames, "frames")
+        ->check(CLI::Range(1, 10000))
+        ->capture_default_str();
     const CLI::Validator even(
-        [](std::string& v) { return std::strtol(v.c_str(), nullptr, 10) % 2 == 0 ? "" : "must be even"; }, "EVEN");
-    sub->add_option("-W,--width", args->width, "frame width")->check(CLI::Range(2, 16384) & even)->capture_default_str();
-    sub->add_option("-H,--height", args->height, "frame height")->check(CLI::Range(2, 16384) & even)->capture_default_str();
+        [](std::string& v) { return std::strtol(v.c_str(), nullptr, 10) % 2 == 0 ? "" : "must be even"; },
+        "EVEN");
+    sub->add_option("-W,--width", args->width, "frame width")
+        ->check(CLI::Range(2, 16384) & even)
+        ->capture_default_str();
+    sub->add_option("-H,--height", args->height, "frame height")
+        ->check(CLI::Range(2, 16384) & even)
+        ->capture_default_str();
     sub->add_option("--format", args->layout, "raw output format")
         ->check(CLI::IsMember({"nv12", "nv21", "p010"}))
         ->capture_default_str();
-    sub->add_option("-b,--bits", args->bits, "Y4M output bits")->check(CLI::IsMember({8, 10}))->capture_default_str();
+    sub->add_option("-b,--bits", args->bits, "Y4M output bits")
+        ->check(CLI::IsMember({8, 10}))
+        ->capture_default_str();
     sub->add_option("--seed", args->seed, "noise generator seed")->capture_default_str();
     sub->callback([args, &status] { status = Synth(*args); });
 }

@@ -14,7 +14,7 @@ namespace vaitool {
 struct SynthArgs {
     std::string image;
     std::string output;
-    std::string clean;  // optional
+    std::string clean;            // optional
     std::string layout = "p010";  // raw outputs
     int bits = 10;                // Y4M outputs: 8 or 10
     int width = 1920;

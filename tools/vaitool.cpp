@@ -156,7 +156,7 @@ int Denoise(const Options& opt) {
     raw.height = opt.height;
     raw.layout = opt.bits > 8 ? Layout::kP010 : Layout::kNV12;
     if (!opt.layout.empty()) ParseLayout(opt.layout, &raw.layout);
-    raw.bits = raw.wide() ? std::max(opt.bits, 9) : 8;
+    raw.bits = raw.wide() && opt.bits > 8 ? opt.bits : raw.wide() ? 10 : 8;
 
     FrameSchedule schedule(opt.constant);
     if (!opt.params_csv.empty()) {
@@ -209,7 +209,7 @@ int Denoise(const Options& opt) {
     double library_s = 0;
     const auto start = Clock::now();
     Progress progress(frame_count);
-    for (int f = 0; f < frame_count || opt.input.empty() == false; ++f) {
+    for (int f = 0;; ++f) {
         if (!opt.input.empty()) {
             std::string error;
             if (!reader.Read(&in_clip, &error)) {
