@@ -1,5 +1,6 @@
 // vaitool's clip files, synthesis and comparison, and its argument errors across subcommands.
 #include <gtest/gtest.h>
+#include <opencv2/imgcodecs.hpp>
 #include <sys/wait.h>
 
 #include <cmath>
@@ -65,6 +66,20 @@ std::vector<std::vector<uint8_t>> ReadAll(const std::string& path, const ClipFor
     EXPECT_EQ(error, "");
     EXPECT_EQ(reader.frame_count(), static_cast<int>(frames.size()));
     return frames;
+}
+
+struct ToolRun {
+    int status;
+    std::string err;
+};
+
+ToolRun Tool(const std::string& args, const std::string& runtime = VAI_TEST_RUNTIME_PATH) {
+    const std::string env = "VAI_PXRT_LIBRARY=" + runtime + " ";
+    FILE* p = popen((env + VAI_TOOL_CMD " " + args + " 2>&1 >/dev/null").c_str(), "r");
+    std::string err;
+    for (int ch; (ch = std::fgetc(p)) != EOF;) err += static_cast<char>(ch);
+    const int st = pclose(p);
+    return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, err};
 }
 
 class ClipTest : public ::testing::Test {
@@ -184,6 +199,40 @@ TEST_F(ClipTest, SynthIsSeededAndNoiseRisesWithIso) {
     EXPECT_GT(high, 2 * mid);
 }
 
+TEST_F(ClipTest, SynthGreyIsNeutralLimitedRange) {
+    // A flat grey photograph: luma at BT.601 limited range, chroma at its midpoint.
+    cv::imwrite(kDir + "grey.png", cv::Mat(30, 40, CV_8UC3, cv::Scalar(128, 128, 128)));
+    vaitool::SynthArgs a;
+    a.image = kDir + "grey.png", a.output = kDir + "grey.y4m", a.clean = kDir + "grey_clean.y4m";
+    a.width = 16, a.height = 8, a.frames = 1;
+    ASSERT_EQ(vaitool::Synth(a), 0);
+    const ClipFormat f = Format(true, Layout::kP010, 16, 8);
+    const auto frame = ReadAll(a.clean, ClipFormat{}).at(0);
+    const int luma = static_cast<int>(std::floor((16.0 + 219.0 * 128 / 255) / 255 * 1023 + 0.5));
+    for (int x = 0; x < 16; ++x) {
+        EXPECT_EQ(vaitool::Sample(frame.data(), f, 0, x, 3), luma);
+        EXPECT_EQ(vaitool::Sample(frame.data(), f, 1, x, 3), 512);
+    }
+}
+
+TEST_F(ClipTest, CompareToolWritesTableAndPicture) {
+    vaitool::SynthArgs a;
+    a.image = kPhoto, a.output = kDir + "pair.y4m", a.width = 32, a.height = 16, a.frames = 2;
+    ASSERT_EQ(vaitool::Synth(a), 0);
+    const std::string csv = kDir + "pair.csv", png = kDir + "pair.png";
+    const ToolRun run = Tool("compare " + a.output + " " + a.output + " --csv " + csv + " --png " + png);
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(Read(csv),
+              "clip,frame,y_psnr_db,y_ssim,uv_psnr_db,uv_ssim\n"
+              "pair.y4m,0,inf,1.000000,inf,1.000000\npair.y4m,1,inf,1.000000,inf,1.000000\n"
+              "pair.y4m,mean,inf,1.000000,inf,1.000000\n");
+    // The clip and the reference side by side: the same picture twice.
+    const cv::Mat side = cv::imread(png);
+    ASSERT_EQ(side.size(), cv::Size(64, 16));
+    EXPECT_EQ(cv::norm(side.colRange(0, 32), side.colRange(32, 64), cv::NORM_INF), 0.0);
+    EXPECT_GT(cv::norm(side, cv::NORM_INF), 0.0);
+}
+
 TEST_F(ClipTest, ParameterRowsHoldUntilTheNext) {
     Write(kDir + "params.csv", "frame, iso, cam_type\n2, 800, 1\n5, 6400, 2\n");
     vaitool::FrameSchedule s({100, 1.5f, 2.0f, 0});
@@ -194,20 +243,6 @@ TEST_F(ClipTest, ParameterRowsHoldUntilTheNext) {
     EXPECT_EQ(s.At(9).iso, 6400);
     EXPECT_EQ(s.At(9).cam_type, 2);
     EXPECT_EQ(s.At(9).drc_gain, 1.5f);  // no column: the constant
-}
-
-struct ToolRun {
-    int status;
-    std::string err;
-};
-
-ToolRun Tool(const std::string& args, const std::string& runtime = VAI_TEST_RUNTIME_PATH) {
-    const std::string env = "VAI_PXRT_LIBRARY=" + runtime + " ";
-    FILE* p = popen((env + VAI_TOOL_CMD " " + args + " 2>&1 >/dev/null").c_str(), "r");
-    std::string err;
-    for (int ch; (ch = std::fgetc(p)) != EOF;) err += static_cast<char>(ch);
-    const int st = pclose(p);
-    return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, err};
 }
 
 // Through the library and back in the clip's own container and format: bypass, and mode 1 with a
