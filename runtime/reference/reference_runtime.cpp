@@ -11,7 +11,9 @@
 #include <opencv2/core/utils/logger.hpp>
 #include <opencv2/dnn.hpp>
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
@@ -29,6 +31,10 @@
 
 namespace pxrt_ref {
 namespace {
+
+// Time spent in the networks, for tools that want the library's own share of a frame.
+std::atomic<uint64_t> g_inference_us{0};
+std::atomic<uint64_t> g_inference_runs{0};
 
 // Results of the interpreter's operations.
 constexpr int kOk = 0;
@@ -406,7 +412,12 @@ class Interpreter : public PXRT::Interpreter {
         }
         QuietOpenCv quiet;
         try {
+            const auto t0 = std::chrono::steady_clock::now();
             const int ret = s->Forward(in_bytes);
+            g_inference_us += static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(
+                                                        std::chrono::steady_clock::now() - t0)
+                                                        .count());
+            g_inference_runs++;
             if (ret != kOk) return ret;
             for (size_t i = 0; i < out_bytes.size(); ++i) {
                 BlobToBytes(s->manifest.outputs[i], s->out_blobs[i], out_bytes[i]);
@@ -538,6 +549,12 @@ __attribute__((visibility("default"))) PXRT::ITensor* CreateOutputTensor(void* s
                                                                          int32_t one, int32_t kind, void* buffer,
                                                                          int32_t fd, int32_t zero) {
     return pxrt_ref::CreateTensor(false, session, bytes, index, buffer, fd);
+}
+
+// Not part of the runtime interface: what the networks have cost since the runtime was loaded.
+__attribute__((visibility("default"))) void PxrtReferenceInferenceStats(uint64_t* microseconds, uint64_t* runs) {
+    if (microseconds != nullptr) *microseconds = pxrt_ref::g_inference_us.load();
+    if (runs != nullptr) *runs = pxrt_ref::g_inference_runs.load();
 }
 
 }  // extern "C"
