@@ -1,5 +1,4 @@
-// The MediaTek back-ends, mode 9 (YUV) and mode 10 (RAW). What both do alike runs as typed tests over
-// one row per mode; what only one of them does follows at the end.
+// The MediaTek back-ends, mode 9 (YUV) and mode 10 (RAW): typed tests over one row per mode.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -7,6 +6,7 @@
 #include <iterator>
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "algocore/utils/status_code.h"
@@ -16,81 +16,76 @@
 #include "mtk/vainr_yuv/mtk_vainr_yuv_proc.h"
 #include "qcom_test_util.h"
 
-namespace {
+// A frame (camera, ISO, zoom ratio or DRC gain, caller strengths if any) and the bytes it must put into
+// inputs 1 and 2. Camera 1 has one bin, at 1000, with strengths 40 and 200.
+using ParamCase = std::tuple<int, float, float, std::vector<int32_t>, int, int>;
 
-namespace yuv = MTK_VAINR_YUV_PROC;
-namespace raw = MTK_VAINR_RAW_PROC;
-using pxrt_test::Op;
-using qcom_test::WriteTestFile;
-using Rows = std::vector<std::vector<int64_t>>;
+// The records and entry points of back-end namespace `ns`.
+#define MTK_BACKEND(ns, set_defaults)                           \
+    using Cfg = ns::VAINR_CfgPars_;                             \
+    using Ctx = ns::VAINR_Ctx_;                                 \
+    static constexpr auto Load = ns::LoadVAINRCfg_MTK;          \
+    static constexpr auto SetDefaults = set_defaults;           \
+    static constexpr auto Init = ns::VAINR_Init;                \
+    static constexpr auto ModelInit = ns::VAINR_Model_Init;     \
+    static constexpr auto Process = ns::VAINR_Process;          \
+    static constexpr auto ModelUninit = ns::VAINR_Model_Uninit; \
+    static constexpr auto Uninit = ns::VAINR_Uninit
 
-struct Yuv {
-    using Cfg = yuv::VAINR_CfgPars_;
-    using Ctx = yuv::VAINR_Ctx_;
+// One row per mode, outside the anonymous namespace so that test names read MtkTest.ModelSetUp<MtkRaw>.
+struct MtkYuv {
+    MTK_BACKEND(MTK_VAINR_YUV_PROC, vai::mtk_yuv::SetDefaultCfg);
     static constexpr int kMode = 9, kCams = 5, kFrameKind = 10;
     static constexpr bool kZeroBinsOk = true, kTracesInstance = true;
     // A failed model set-up keeps the instance; only the inputs get parameter tensors; a frame tensor
     // the runtime refuses goes to Run as it is; a second set-up needs an uninit first.
     static constexpr bool kKeepsHandle = true, kOutputParams = false, kChecksFrameTensors = false,
                           kReplacesSetUp = false;
-    static constexpr const char *kName = "yuv", *kDumpExt = "nv21";
-    static constexpr size_t kDumpHalves = 3;  // the whole NV21 frame, from plane 0
+    static constexpr const char *kName = "yuv", *kDumpExt = "nv21", *kVersion = "MTK_Video_AINR_YUV_v1.0.8";
+    static constexpr size_t kDumpHalves = 3;        // the whole NV21 frame, from plane 0
+    static constexpr size_t kSecondParamBytes = 4;  // the zoom byte
+    static inline const std::vector<ParamCase> kParamCases = {
+        {0, 1000, 1.0f, {}, 12, 25},   {0, 500, 1.5f, {}, 0, 191},   {0, 30000, 2.0f, {}, 204, 252},
+        {0, 799, 0.5f, {}, 0, 25},     {0, 1600, 1.4f, {}, 51, 158}, {0, 25600, 1, {}, 204, 25},
+        {4, 1000, 12.0f, {}, 12, 252}, {2, 1000, 0.9f, {}, 12, 191}, {0, 1000, 1.5f, {300}, 44, 191},
+    };
     static inline const std::vector<const char*> kBoostKeys{"BoostValue4K", "BoostValue1080P"};
-    static std::vector<uint32_t> Boosts(const yuv::VAINR_CamPars_& c) {
-        return {c.BoostValue4K, c.BoostValue1080P};
-    }
     // The 1080P model of each camera: the session of camera mode 1.
     static const char*& ModelPath(vAIPROC::InitParams_& p, int cam) { return p.mtk_yuv_model_path[1][cam]; }
     static const char* ModelName(const Ctx* c, int cam) { return c->model_name[1][cam]; }
-    static constexpr auto Load = yuv::LoadVAINRCfg_MTK;
-    static constexpr auto SetDefaults = vai::mtk_yuv::SetDefaultCfg;
-    static constexpr auto Init = yuv::VAINR_Init;
-    static constexpr auto ModelInit = yuv::VAINR_Model_Init;
-    static constexpr auto Process = yuv::VAINR_Process;
-    static constexpr auto ModelUninit = yuv::VAINR_Model_Uninit;
-    static constexpr auto Uninit = yuv::VAINR_Uninit;
 };
 
-struct Raw {
-    using Cfg = raw::VAINR_CfgPars_;
-    using Ctx = raw::VAINR_Ctx_;
+struct MtkRaw {
+    MTK_BACKEND(MTK_VAINR_RAW_PROC, vai::mtk_raw::SetDefaultCfg);
     static constexpr int kMode = 10, kCams = 4, kFrameKind = 11;
     static constexpr bool kZeroBinsOk = false, kTracesInstance = false;
     // A failed model set-up destroys the instance; outputs get parameter tensors too; a frame without
     // its tensors is copied; a second set-up replaces the first.
     static constexpr bool kKeepsHandle = false, kOutputParams = true, kChecksFrameTensors = true,
                           kReplacesSetUp = true;
-    static constexpr const char *kName = "raw", *kDumpExt = "packed_word";
-    static constexpr size_t kDumpHalves = 2;  // plane 0 only
+    static constexpr const char *kName = "raw", *kDumpExt = "packed_word",
+                                *kVersion = "MTK_Video_AINR_RAW_v0.0.5";
+    static constexpr size_t kDumpHalves = 2;        // plane 0 only
+    static constexpr size_t kSecondParamBytes = 8;  // the detail strength
+    // Signed: the table's value - 128; caller values are clamped.
+    static inline const std::vector<ParamCase> kParamCases = {
+        {0, 100, 1, {300, -200}, 127, -128}, {0, 100, 1, {-5, 6}, -5, 6},
+        {0, 100, 1, {}, -128, 25},           {0, 1200, 2, {}, -65, 5},
+        {0, 25600, 1, {}, 76, -65},          {0, 1e9f, 1, {}, 76, -65},
+        {0, 1200, 1, {}, -103, 18},          {1, 10, 1, {}, -88, 72},
+        {1, 5000, 1, {}, -88, 72},
+    };
     static inline const std::vector<const char*> kBoostKeys{"BoostValue"};
-    static std::vector<uint32_t> Boosts(const raw::VAINR_CamPars_& c) { return {c.BoostValue}; }
     static const char*& ModelPath(vAIPROC::InitParams_& p, int cam) { return p.model_path[cam]; }
     static const char* ModelName(const Ctx* c, int cam) { return c->model_name[cam]; }
-    static constexpr auto Load = raw::LoadVAINRCfg_MTK;
-    static constexpr auto SetDefaults = vai::mtk_raw::SetDefaultCfg;
-    static constexpr auto Init = raw::VAINR_Init;
-    static constexpr auto ModelInit = raw::VAINR_Model_Init;
-    static constexpr auto Process = raw::VAINR_Process;
-    static constexpr auto ModelUninit = raw::VAINR_Model_Uninit;
-    static constexpr auto Uninit = raw::VAINR_Uninit;
 };
 
-struct ModeNames {
-    template <class T>
-    static std::string GetName(int) {
-        return T::kName;
-    }
-};
-using Modes = ::testing::Types<Yuv, Raw>;
+namespace {
 
-template <class T>
-typename T::Cfg Defaults() {
-    typename T::Cfg c;
-    T::SetDefaults(&c);
-    return c;
-}
-
-// ---- configuration text, edited in place ----
+using pxrt_test::Op;
+using qcom_test::WriteTestFile;
+using Rows = std::vector<std::vector<int64_t>>;
+using Modes = ::testing::Types<MtkYuv, MtkRaw>;
 
 const std::string kHead = R"("LogLevel": 4, "processType": 0, "DumpRangeIdx": 0, "FrontCamNum": 1,
     "RearCamNum": 3, "SwitchFrameNum": 7)";
@@ -98,13 +93,11 @@ const std::string kTables = R"("BinNumber": 8, "NrStrength": [0, 51, 76, 102, 12
     "DetailStrength": [153, 140, 127, 114, 102, 89, 76, 63],
     "ISOBinIndex": [800, 1600, 3200, 6400, 9200, 12800, 19200, 25600])";
 
-// One camera entry; boost key i of the mode gets `boost` + i.
+// One camera entry, every boost key of the mode set to `boost`.
 template <class T>
 std::string Cam(const std::string& tables = kTables, unsigned enable = 1, unsigned boost = 100) {
     std::string s = "{\"processEnable\": " + std::to_string(enable);
-    for (size_t i = 0; i < T::kBoostKeys.size(); ++i) {
-        s += ", \"" + std::string(T::kBoostKeys[i]) + "\": " + std::to_string(boost + (boost == 100 ? 0 : i));
-    }
+    for (const char* key : T::kBoostKeys) s += ", \"" + std::string(key) + "\": " + std::to_string(boost);
     return s + ", " + tables + "}";
 }
 
@@ -126,90 +119,7 @@ std::string Set(std::string s, const std::string& key, const std::string& value)
     return s.replace(at, s.find_first_of(",}", at) - at, value);
 }
 
-template <class T>
-class MtkCfgTest : public ::testing::Test {
-  protected:
-    bool Load(const std::string& json) {
-        cfg_ = defaults_;
-        return T::Load(WriteTestFile(".json", json).c_str(), "TestProject", &cfg_);
-    }
-    ScopedValue<unsigned char> level_{g_log_level, 1};
-    LogCapture log_;
-    typename T::Cfg cfg_{};
-    const typename T::Cfg defaults_ = Defaults<T>();
-};
-TYPED_TEST_SUITE(MtkCfgTest, Modes, ModeNames);
-
-// The sample file spells out the built-in defaults; tables are read up to BinNumber; cameras past the
-// counts keep the defaults.
-TYPED_TEST(MtkCfgTest, SampleFileAndPartialTables) {
-    using T = TypeParam;
-    auto& cfg = this->cfg_;
-    const auto& defaults = this->defaults_;
-    cfg = defaults;
-    const std::string sample = std::string(VAI_TEST_SOURCE_DIR "/configs/mtk_vainr_") + T::kName + ".json";
-    ASSERT_TRUE(T::Load(sample.c_str(), "DemoProject", &cfg));
-    auto expected = defaults;
-    for (uint32_t i = 0; i < 4; ++i) expected.camPars[i].camId = i;  // a fifth is not read
-    EXPECT_EQ(std::memcmp(&cfg, &expected, sizeof(cfg)), 0);
-    EXPECT_TRUE(this->log_.Lines().empty());
-
-    const std::string cam1 =
-        Cam<T>(R"("BinNumber": 3, "NrStrength": [1, 2, 3, 99], "DetailStrength": [4, 5, 6],
-        "ISOBinIndex": [10, 20, 30])",
-               0, 44);
-    ASSERT_TRUE(this->Load(Json<T>(Set(kHead, "RearCamNum", "1"), {Cam<T>(), cam1, "{}"})));
-    const auto& c = cfg.camPars[1];
-    EXPECT_EQ(
-        (std::vector<uint32_t>{c.camId, c.processEnable, c.NrStrength[2], c.NrStrength[3],
-                               c.DetailStrength[2], c.DetailStrength[3], c.ISOBinIndex[2], c.ISOBinIndex[3]}),
-        (std::vector<uint32_t>{1, 0, 3, 102, 6, 114, 30, 6400}));
-    std::vector<uint32_t> boosts;
-    for (size_t i = 0; i < T::kBoostKeys.size(); ++i) boosts.push_back(uint32_t(44 + i));
-    EXPECT_EQ(T::Boosts(c), boosts);
-    EXPECT_EQ(std::memcmp(&cfg.camPars[2], &defaults.camPars[2], sizeof(c)), 0);
-    ASSERT_TRUE(this->Load(Set(Set(Json<T>(), "FrontCamNum", "0"), "RearCamNum", "0")));
-    EXPECT_EQ(std::memcmp(cfg.camPars, defaults.camPars, sizeof(cfg.camPars)), 0);
-}
-
-TYPED_TEST(MtkCfgTest, RejectsBadFiles) {
-    using T = TypeParam;
-    const std::string json = Json<T>();
-    std::vector<std::pair<std::string, unsigned>> cases;  // file, LogLevel after the keys read before failing
-    std::vector<std::string> keys = {"LogLevel",   "processType",    "DumpRangeIdx",    "FrontCamNum",
-                                     "RearCamNum", "SwitchFrameNum", "VideoAIProcPars", "processEnable",
-                                     "BinNumber",  "NrStrength",     "DetailStrength",  "ISOBinIndex"};
-    keys.insert(keys.end(), T::kBoostKeys.begin(), T::kBoostKeys.end());
-    for (const std::string& key : keys) {
-        cases.emplace_back(Edit(json, "\"" + key + "\"", "\"x\""), key == "LogLevel" ? 1 : 4);
-    }
-    const std::string over_record = Set(Json<T>(kHead, std::vector<std::string>(T::kCams + 1, Cam<T>())),
-                                        "FrontCamNum", std::to_string(T::kCams - 2));
-    for (const std::string& file :
-         {Set(json, T::kBoostKeys.back(), "-1"), Edit(json, "[800,", "[\"800\","),
-          Set(json, "BinNumber", "17"), Json<T>(kHead, {Cam<T>(), Cam<T>(), Cam<T>()}), Json<T>(kHead, {}),
-          over_record, Set(json, "RearCamNum", "4294967295")}) {  // the last count wraps the sum in 32 bits
-        cases.emplace_back(file, 4);
-    }
-    for (const char* file : {"{\"OtherProject\": {\"LogLevel\": 4}}", "{\"TestProject\": {}}",
-                             "{\"TestProject\": []}", "{ not json", "[1, 2]"}) {
-        cases.emplace_back(file, 1);
-    }
-    for (const auto& [file, level] : cases) {
-        EXPECT_FALSE(this->Load(file)) << file;
-        EXPECT_EQ(this->cfg_.LogLevel, level) << file;
-    }
-    EXPECT_TRUE(this->log_.Contains("TestProject project have no \"VideoAIProcPars\" in "));
-    // BinNumber 0: refused where it would read before the table, else loaded with the tables untouched.
-    EXPECT_EQ(this->Load(Set(json, "BinNumber", "0")), T::kZeroBinsOk);
-    EXPECT_EQ(std::memcmp(this->cfg_.camPars[3].NrStrength, this->defaults_.camPars[3].NrStrength, 3 * 64),
-              0);
-}
-
-// ---- instance, model set-up and frames ----
-
-// Init parameters in the mode of `T`, camera mode 1, with model paths "model<type>" ("model<type>_4k"
-// for the 4K models of mode 9).
+// Init parameters for mode `T`, camera mode 1; model paths "model<type>", 4K ones "model<type>_4k".
 template <class T>
 struct Init : qcom_test::Init {
     std::string models_4k[5];
@@ -217,8 +127,7 @@ struct Init : qcom_test::Init {
         p.algo_mode = T::kMode;
         p.cam_mode = 1;
         for (int i = 0; i < 5; ++i) {
-            models_4k[i] = models[i] + "_4k";
-            p.mtk_yuv_model_path[0][i] = models_4k[i].c_str();
+            p.mtk_yuv_model_path[0][i] = (models_4k[i] = models[i] + "_4k").c_str();
             p.mtk_yuv_model_path[1][i] = models[i].c_str();
         }
     }
@@ -235,10 +144,6 @@ Rows TensorCalls(void* session) {
     return rows;
 }
 
-int64_t LiveSessionsAndTensors() {
-    return pxrt_test::LiveObjects().sessions + pxrt_test::LiveObjects().tensors;
-}
-
 template <class T>
 class MtkTest : public ::testing::Test {
   protected:
@@ -248,11 +153,9 @@ class MtkTest : public ::testing::Test {
     }
     typename T::Ctx* Ctx() { return static_cast<typename T::Ctx*>(handle_); }
     // Camera 0 set up with `layout`; camera 3 disabled unless `json` says otherwise.
-    void Start(const pxrt_test::SessionLayout& layout, std::string json = "", int cam_mode = 1,
-               bool inline_mode = false) {
+    void Start(const pxrt_test::SessionLayout& layout, const std::string& json = "") {
         pxrt_test::SetDefaultLayout(layout);
         Init<T> init(json.empty() ? Set(Json<T>(), "processEnable", "0") : json);
-        init.p.cam_mode = cam_mode, init.p.is_inline_mode = inline_mode;
         ASSERT_NE(handle_ = T::Init(&init.p), nullptr);
         ASSERT_EQ(T::ModelInit(handle_, &init.p), 0);
     }
@@ -262,13 +165,71 @@ class MtkTest : public ::testing::Test {
         p.zoom_ratio = scale, p.extend_pars = extend;
         return T::Process(handle_, out_->img(), in_->img(), &p);
     }
+    bool Load(const std::string& json) {
+        cfg_ = defaults_;
+        return T::Load(WriteTestFile(".json", json).c_str(), "TestProject", &cfg_);
+    }
     qcom_test::Env env_;
     LogCapture log_;
     void* handle_ = nullptr;
+    const typename T::Cfg defaults_ = [] {
+        typename T::Cfg c;
+        T::SetDefaults(&c);
+        return c;
+    }();
+    typename T::Cfg cfg_ = defaults_;
     std::unique_ptr<qcom_test::Frame> in_ = qcom_test::MakeFrame(16, 8, 0x12, 0x34, 8);
     std::unique_ptr<qcom_test::Frame> out_ = qcom_test::MakeFrame(16, 8, 0, 0, 8);
 };
-TYPED_TEST_SUITE(MtkTest, Modes, ModeNames);
+TYPED_TEST_SUITE(MtkTest, Modes);
+
+// The sample file spells out the built-in defaults; tables are read up to BinNumber; cameras past the
+// counts keep the defaults; files that break the layout are refused.
+TYPED_TEST(MtkTest, Configuration) {
+    using T = TypeParam;
+    auto& cfg = this->cfg_;
+    const auto& defaults = this->defaults_;
+    const std::string sample = std::string(VAI_TEST_SOURCE_DIR "/configs/mtk_vainr_") + T::kName + ".json";
+    ASSERT_TRUE(T::Load(sample.c_str(), "DemoProject", &cfg));
+    auto expected = defaults;
+    for (uint32_t i = 0; i < 4; ++i) expected.camPars[i].camId = i;  // a fifth is not read
+    EXPECT_EQ(std::memcmp(&cfg, &expected, sizeof(cfg)), 0);
+    EXPECT_TRUE(this->log_.Lines().empty());
+
+    const std::string tables = R"("BinNumber": 3, "NrStrength": [1, 2, 3, 99], "DetailStrength": [4, 5, 6],
+        "ISOBinIndex": [10, 20, 30])";
+    const std::string cam1 = Cam<T>(tables, 0);
+    ASSERT_TRUE(this->Load(Json<T>(Set(kHead, "RearCamNum", "1"), {Cam<T>(), cam1, "{}"})));
+    const auto& c = cfg.camPars[1];
+    EXPECT_EQ(
+        (std::vector<uint32_t>{c.camId, c.processEnable, c.NrStrength[2], c.NrStrength[3],
+                               c.DetailStrength[2], c.DetailStrength[3], c.ISOBinIndex[2], c.ISOBinIndex[3]}),
+        (std::vector<uint32_t>{1, 0, 3, 102, 6, 114, 30, 6400}));
+    EXPECT_EQ(std::memcmp(&cfg.camPars[2], &defaults.camPars[2], sizeof(c)), 0);
+    ASSERT_TRUE(this->Load(Set(Set(Json<T>(), "FrontCamNum", "0"), "RearCamNum", "0")));
+    EXPECT_EQ(std::memcmp(cfg.camPars, defaults.camPars, sizeof(cfg.camPars)), 0);
+
+    // Too few entries, too many cameras for the record, and a count that wraps the sum in 32 bits.
+    const std::string json = Json<T>(), three = Json<T>(kHead, {Cam<T>(), Cam<T>(), Cam<T>()}),
+                      over = Set(Json<T>(kHead, std::vector<std::string>(T::kCams + 1, Cam<T>())),
+                                 "FrontCamNum", std::to_string(T::kCams - 2)),
+                      wraps = Set(json, "RearCamNum", "4294967295"), negative = Set(json, "BinNumber", "-1"),
+                      quoted = Edit(json, "[800,", "[\"800\","), bins = Set(json, "BinNumber", "17");
+    std::vector<std::string> files = {"[1, 2]", "{ not json", "{\"TestProject\": {}}",
+                                      "{\"TestProject\": []}", "{\"OtherProject\": {\"LogLevel\": 4}}"};
+    files.insert(files.end(), {three, over, wraps, negative, quoted, bins, Json<T>(kHead, {})});
+    std::vector<std::string> keys = {"LogLevel",   "processType",    "DumpRangeIdx",    "FrontCamNum",
+                                     "RearCamNum", "SwitchFrameNum", "VideoAIProcPars", "processEnable",
+                                     "BinNumber",  "NrStrength",     "DetailStrength",  "ISOBinIndex"};
+    keys.insert(keys.end(), T::kBoostKeys.begin(), T::kBoostKeys.end());
+    for (const std::string& key : keys) files.push_back(Edit(json, "\"" + key + "\"", "\"x\""));
+    for (const std::string& file : files) EXPECT_FALSE(this->Load(file)) << file;
+    EXPECT_FALSE(T::Load(nullptr, "TestProject", &cfg));
+    EXPECT_TRUE(this->log_.Contains("TestProject project have no \"VideoAIProcPars\" in "));
+    // BinNumber 0: refused where it would read before the table, else loaded with the tables untouched.
+    EXPECT_EQ(this->Load(Set(json, "BinNumber", "0")), T::kZeroBinsOk);
+    EXPECT_EQ(std::memcmp(cfg.camPars[3].NrStrength, defaults.camPars[3].NrStrength, 3 * 64), 0);
+}
 
 TYPED_TEST(MtkTest, InitAndItsFailures) {
     using T = TypeParam;
@@ -287,10 +248,9 @@ TYPED_TEST(MtkTest, InitAndItsFailures) {
         (Rows{{d.dump_enable, d.dump_start, d.dump_end, g_log_level, ctx->interp_failed, ctx->cur_cam_type,
                int64_t(vemo::AlgorithmMemory::mapFind(handle)), int64_t(pxrt_test::Calls().size())}}),
         (Rows{{1, 120, 350, 5, 1, -1, int64_t(traced), 1}}));
-    const auto defaults = Defaults<T>();  // camera 3 is not configured
-    EXPECT_EQ(std::memcmp(&ctx->cfg.camPars[3], &defaults.camPars[3], sizeof(defaults.camPars[3])), 0);
+    const auto& cam3 = this->defaults_.camPars[3];  // not configured
+    EXPECT_EQ(std::memcmp(&ctx->cfg.camPars[3], &cam3, sizeof(cam3)), 0);
     EXPECT_EQ(T::Uninit(std::exchange(handle, nullptr)), SDK_SUCCESS);
-    EXPECT_TRUE(qcom_test::TornDown());
 
     // No runtime library, a missing factory symbol, no interpreter, no configuration file: each makes
     // init return null and leave nothing behind.
@@ -310,15 +270,14 @@ TYPED_TEST(MtkTest, InitAndItsFailures) {
     }
     EXPECT_EQ(T::Init(nullptr), nullptr);
     EXPECT_EQ(T::Uninit(nullptr), SDK_UNINIT_ERROR);
+    EXPECT_STREQ(Video_AI_Proc_GetVersion(T::kMode), T::kVersion);
 }
 
-// Session options and parameter tensors by model layout, for camera 2; each set-up is released again
-// and the next one starts from nothing.
+// Session options and parameter tensors by model layout, for camera 2, each set-up released again.
 TYPED_TEST(MtkTest, ModelSetUp) {
     using T = TypeParam;
-    const Rows out_param = T::kOutputParams ? Rows{{1, 0, 8, 1, 1, 10, -1, 0}} : Rows{};
     Rows three = {{1, 0, 16, 1, 1, 10, -1, 0}, {1, 0, 200, 2, 1, 10, -1, 0}};
-    three.insert(three.end(), out_param.begin(), out_param.end());
+    if (T::kOutputParams) three.push_back({1, 0, 8, 1, 1, 10, -1, 0});
     const std::pair<pxrt_test::SessionLayout, Rows> cases[] = {
         {{{64}, {64}}, {}},
         {{{64, 16}, {64}}, {{1, 0, 16, 1, 1, 10, -1, 0}}},
@@ -334,19 +293,17 @@ TYPED_TEST(MtkTest, ModelSetUp) {
         const pxrt_test::Call s = pxrt_test::Calls(Op::kCreateSession).at(0);
         EXPECT_EQ((std::vector<int64_t>{s.device, s.flags, s.mode[0], s.mode[1], s.mode[2], s.boost,
                                         int64_t(s.output_names.size()), s.reserved0, s.reserved1}),
-                  (std::vector<int64_t>{1, 2048, 2, 0, 1, 33 + int64_t(T::kBoostKeys.size()) - 1, 0, 0, 0}));
+                  (std::vector<int64_t>{1, 2048, 2, 0, 1, 33, 0, 0, 0}));
         EXPECT_EQ(s.model_path, "model2");
         EXPECT_EQ(TensorCalls(this->Ctx()->m_session[0]), expected);
         // The first parameter tensor is listed twice: its first place is the frame's.
-        const PXRT::TensorArray& in = this->Ctx()->vai_handle.input_tensors[0];
-        const size_t params = std::min<size_t>(expected.size(), 2);
-        ASSERT_EQ(in.size(), params == 0 ? 0 : params + 1);
-        EXPECT_TRUE(in.empty() ||
-                    (in[0] == in[1] && in.back() != nullptr && (params == 1 || in[1] != in[2])));
-        EXPECT_EQ(this->Ctx()->vai_handle.output_tensors[0].size(),
-                  out_param.size() * (expected.size() == 3) * 2);
+        const VAI_HANDLE_& h = this->Ctx()->vai_handle;
+        for (const PXRT::TensorArray* a : {&h.input_tensors[0], &h.output_tensors[0]}) {
+            EXPECT_TRUE(a->empty() || ((*a)[0] == (*a)[1] && (*a)[0] != nullptr));
+        }
+        EXPECT_EQ(T::kReplacesSetUp ? T::ModelInit(this->handle_, &init.p) : 2, 2);  // releases the first
         EXPECT_EQ(T::ModelUninit(this->handle_), SDK_SUCCESS);
-        EXPECT_EQ(LiveSessionsAndTensors(), 0);
+        EXPECT_EQ(pxrt_test::LiveObjects().sessions + pxrt_test::LiveObjects().tensors, 0);
     }
     EXPECT_EQ(T::ModelInit(nullptr, &init.p) + T::ModelInit(this->handle_, nullptr), -2);
     EXPECT_EQ(T::ModelUninit(nullptr), SDK_UNINIT_ERROR);
@@ -357,6 +314,7 @@ TYPED_TEST(MtkTest, FailedModelSetUp) {
     using T = TypeParam;
     Init<T> init(Json<T>(), 1);
     void*& handle = this->handle_;
+    const pxrt_test::SessionLayout five_in{{64, 1, 1, 1, 1}, {64}}, five_out{{64}, {64, 1, 1, 1, 1}};
     std::vector<std::function<void()>> cases = {
         [] { pxrt_test::Fail(Op::kCreateSession, 7); },
         [] { pxrt_test::Fail(Op::kCreateSession, 0); },  // success without a session
@@ -364,14 +322,12 @@ TYPED_TEST(MtkTest, FailedModelSetUp) {
         [] { pxrt_test::Fail(Op::kGetSessionInputSize, 7, 1); },
         [] { pxrt_test::Fail(Op::kGetSessionOutputNumber, 7); },
         [] { pxrt_test::Fail(Op::kGetSessionOutputSize, 7); },
-        [] {
-            pxrt_test::SetDefaultLayout({{64, 1, 1, 1, 1}, {64}});
-        },
+        [&] { pxrt_test::SetDefaultLayout(five_in); },  // more inputs than the handle holds
         [&] { this->Ctx()->vai_handle.interpreter.reset(), pxrt_test::Fail(Op::kCreateInterpreter, 0); },
         [&init] { init.p.cam_type = T::kCams; },
         [&init] { init.p.cam_type = -1; },
     };
-    if (T::kOutputParams) cases.push_back([] { pxrt_test::SetDefaultLayout({{64}, {64, 1, 1, 1, 1}}); });
+    if (T::kOutputParams) cases.push_back([&] { pxrt_test::SetDefaultLayout(five_out); });
     for (size_t i = 0; i <= cases.size(); ++i) {
         pxrt_test::Reset();
         pxrt_test::SetDefaultLayout({{64, 16, 16}, {64, 16}});
@@ -382,30 +338,10 @@ TYPED_TEST(MtkTest, FailedModelSetUp) {
         cases[i]();
         EXPECT_EQ(T::ModelInit(handle, &init.p), -1) << i;
         if (!T::kKeepsHandle) handle = nullptr;
-        EXPECT_EQ(LiveSessionsAndTensors(), 0) << i;
+        EXPECT_EQ(pxrt_test::LiveObjects().sessions + pxrt_test::LiveObjects().tensors, 0) << i;
         EXPECT_TRUE(T::kKeepsHandle || qcom_test::TornDown()) << i;
     }
     EXPECT_EQ(T::ModelInit(handle, &init.p), 1);  // the instance is still usable
-}
-
-// The frames reach the runtime as tensors over the caller's buffers and descriptors; the next frame's
-// tensors replace them.
-TYPED_TEST(MtkTest, FrameTensors) {
-    using T = TypeParam;
-    this->Start({{96, 16}, {48}});
-    this->in_->img()->fd[0] = 21, this->out_->img()->fd[0] = 22;
-    const auto in = reinterpret_cast<intptr_t>(this->in_->plane(0)),
-               out = reinterpret_cast<intptr_t>(this->out_->plane(0));
-    int64_t live = -1;
-    for (int frame = 0; frame < 2; ++frame) {
-        pxrt_test::Reset();
-        ASSERT_EQ(this->Process(0), SDK_SUCCESS);
-        EXPECT_EQ(TensorCalls(this->Ctx()->m_session[0]),
-                  (Rows{{1, in, 96, 0, 1, T::kFrameKind, 21, 0}, {1, out, 48, 0, 1, T::kFrameKind, 22, 0}}));
-        EXPECT_EQ(pxrt_test::Calls(Op::kRun).at(0).session, this->Ctx()->m_session[0]);
-        EXPECT_TRUE(frame == 0 || pxrt_test::LiveObjects().tensors == live);
-        live = pxrt_test::LiveObjects().tensors;
-    }
 }
 
 // Frames the network cannot take are copied; a failed Run leaves the output to the runtime.
@@ -416,20 +352,16 @@ TYPED_TEST(MtkTest, CopyPathsAndStatuses) {
     pxrt_test::Fail(Op::kRun, 9, 0, 1);
     EXPECT_EQ(this->Process(0), SDK_INVALID_MODEL_ERR);
     EXPECT_TRUE(out == *qcom_test::MakeFrame(16, 8, 0, 0, 8));
-    std::vector<std::pair<int, std::function<void()>>> cases = {
-        {3, [] {}},  // disabled
-        {T::kCams, [] {}},
-        {-1, [] {}},                                                             // outside the record
-        {0, [this] { EXPECT_EQ(T::ModelUninit(this->handle_), SDK_SUCCESS); }},  // no session
-    };
-    if (T::kChecksFrameTensors) {
-        cases.insert(cases.begin(), {0, [] { pxrt_test::Fail(Op::kCreateOutputTensor, 0, 0, 1); }});
-    }
-    for (const auto& [cam, before] : cases) {
-        before();
+    // Camera 3 is disabled, two are outside the record; then (mode 10) the runtime makes no frame tensor,
+    // and at last there is no session.
+    const int cams[] = {3, T::kCams, -1, 0, 0};
+    for (int i = 0; i < 5; ++i) {
+        if (i == 3 && !T::kChecksFrameTensors) continue;
+        if (i == 3) pxrt_test::Fail(Op::kCreateOutputTensor, 0, 0, 1);
+        EXPECT_EQ(i == 4 ? T::ModelUninit(this->handle_) : SDK_SUCCESS, SDK_SUCCESS);
         out.Fill(0, 0);
-        EXPECT_EQ(this->Process(cam), SDK_SUCCESS);
-        EXPECT_TRUE(out == in) << cam;
+        EXPECT_EQ(this->Process(cams[i]), SDK_SUCCESS);
+        EXPECT_TRUE(out == in) << i;
     }
     EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 1u);
     in.img()->img_num = 2;
@@ -472,40 +404,50 @@ TYPED_TEST(MtkTest, DumpsTheRequestRange) {
     EXPECT_EQ(dumps, expected);
 }
 
-// A long run with every frame plane sealed against any access (the processor only wraps the caller's
-// buffers), a model uninit/init cycle and more frames; TearDown finds every counter at zero.
-TYPED_TEST(MtkTest, SealedFramesAndModelCycle) {
+// The strength in 16 bytes of input 1, the zoom (mode 9) or detail strength (mode 10) over input 2 if
+// the model has it; the frames, sealed against any access, go as tensors over the caller's buffers.
+TYPED_TEST(MtkTest, ParameterBytesOnSealedFrames) {
     using T = TypeParam;
-    this->Start({{64, 16, 16}, {64}});
+    const std::string one_bin = Cam<T>(R"("BinNumber": 1, "NrStrength": [40], "DetailStrength": [200],
+        "ISOBinIndex": [1000])");
     for (auto* f : {&this->in_, &this->out_}) {
         *f = std::make_unique<qcom_test::Frame>((*f)->format(), vai_frame::Memory::kGuarded);
         (*f)->Seal(true);
     }
-    pxrt_test::SetRecording(false);
-    for (int i = 0; i < 1000; ++i) {
-        ASSERT_EQ(this->Process(i % 3, float(i * 37 % 30000), nullptr, 0.5f + float(i % 40) / 10),
-                  SDK_SUCCESS);
+    this->in_->img()->fd[0] = 21, this->out_->img()->fd[0] = 22;
+    const auto in = reinterpret_cast<intptr_t>(this->in_->plane(0)),
+               out = reinterpret_cast<intptr_t>(this->out_->plane(0));
+    for (const bool second : {true, false}) {
+        std::vector<size_t> inputs = {96, 20};
+        if (second) inputs.push_back(T::kSecondParamBytes);
+        this->Start({inputs, {48}}, Json<T>(kHead, {Cam<T>(), one_bin, Cam<T>(), Cam<T>()}));
+        const PXRT::TensorArray& t = this->Ctx()->vai_handle.input_tensors[0];
+        const int64_t live = pxrt_test::LiveObjects().tensors;
+        for (auto [cam, iso, scale, ext, first, second_byte] : T::kParamCases) {
+            pxrt_test::Reset();
+            ASSERT_EQ(this->Process(cam, iso, ext.empty() ? nullptr : ext.data(), scale), SDK_SUCCESS);
+            std::vector<uint8_t> expected(16, uint8_t(first)), seen(20 + (second ? T::kSecondParamBytes : 0));
+            expected.resize(20, 0);
+            expected.resize(seen.size(), uint8_t(second_byte));
+            std::memcpy(seen.data(), t[1]->GetData(), 20);
+            if (second) std::memcpy(seen.data() + 20, t[2]->GetData(), T::kSecondParamBytes);
+            EXPECT_EQ(seen, expected) << cam << " " << iso << " " << scale;
+            EXPECT_EQ(
+                TensorCalls(this->Ctx()->m_session[0]),
+                (Rows{{1, in, 96, 0, 1, T::kFrameKind, 21, 0}, {1, out, 48, 0, 1, T::kFrameKind, 22, 0}}));
+            EXPECT_EQ(pxrt_test::Calls(Op::kRun).at(0).session, this->Ctx()->m_session[0]);
+            EXPECT_LE(pxrt_test::LiveObjects().tensors, live + 2);
+        }
+        EXPECT_EQ(T::Uninit(std::exchange(this->handle_, nullptr)), SDK_SUCCESS);
     }
-    EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 1000u);
-    EXPECT_EQ(T::ModelUninit(this->handle_), SDK_SUCCESS);
-    EXPECT_EQ(LiveSessionsAndTensors(), 0);
-    Init<T> init(Json<T>(), 2);
-    ASSERT_EQ(T::ModelInit(this->handle_, &init.p), 2);
-    EXPECT_EQ(T::kReplacesSetUp ? T::ModelInit(this->handle_, &init.p) : 2, 2);  // releases the first
-    for (int i = 0; i < 10; ++i) ASSERT_EQ(this->Process(i % 3, 3000), SDK_SUCCESS);
-    EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 1010u);
-    EXPECT_STREQ(Video_AI_Proc_GetVersion(T::kMode),
-                 T::kMode == 9 ? "MTK_Video_AINR_YUV_v1.0.8" : "MTK_Video_AINR_RAW_v0.0.5");
 }
 
-// ---- mode 9 only ----
-
-using MtkYuvTest = MtkTest<Yuv>;
+using MtkYuvTest = MtkTest<MtkYuv>;
 
 // Camera 3 with boosts 40 (4K) and 18 (1080P): model and boost of each session. Inline recording runs
-// the 1080P model and, in 4K mode, the 4K one beside it.
+// the 1080P model and, in 4K mode, the 4K one beside it for frames of exactly the two 4K sizes.
 TEST_F(MtkYuvTest, SessionChoice) {
-    const std::string json = Set(Set(Json<Yuv>(), "BoostValue4K", "40"), "BoostValue1080P", "18");
+    const std::string json = Set(Set(Json<MtkYuv>(), "BoostValue4K", "40"), "BoostValue1080P", "18");
     using Sessions = std::vector<std::pair<std::string, int>>;
     const std::tuple<bool, int, Sessions> cases[] = {{false, 0, {{"model3_4k", 40}}},
                                                      {false, 1, {{"model3", 18}}},
@@ -513,98 +455,27 @@ TEST_F(MtkYuvTest, SessionChoice) {
                                                      {true, 1, {{"model3", 18}}}};
     for (const auto& [inline_mode, mode, expected] : cases) {
         pxrt_test::Reset();
-        Init<Yuv> init(json, 3);
+        Init<MtkYuv> init(json, 3);
         init.p.cam_mode = mode, init.p.is_inline_mode = inline_mode;
-        ASSERT_NE(handle_ = Yuv::Init(&init.p), nullptr);
-        EXPECT_EQ(Yuv::ModelInit(handle_, &init.p), 3);
+        ASSERT_NE(handle_ = MtkYuv::Init(&init.p), nullptr);
+        EXPECT_EQ(MtkYuv::ModelInit(handle_, &init.p), 3);
         Sessions sessions;
-        for (const pxrt_test::Call& c : pxrt_test::Calls(Op::kCreateSession)) {
+        for (const pxrt_test::Call& c : pxrt_test::Calls(Op::kCreateSession))
             sessions.emplace_back(c.model_path, c.boost);
-        }
         EXPECT_EQ(sessions, expected) << inline_mode << mode;
+        const int frames[][3] = {{4096, 2304, 1}, {3264, 1836, 1}, {4096, 2305, 0}};
+        for (const auto& [w, h, big] : frames) {
+            pxrt_test::Reset();
+            in_->img()->width = w, in_->img()->height = h;
+            ASSERT_EQ(Process(3), SDK_SUCCESS);
+            std::vector<void*> runs, expected_runs;
+            for (const pxrt_test::Call& c : pxrt_test::Calls(Op::kRun)) runs.push_back(c.session);
+            if (void* s = Ctx()->m_session[big && inline_mode]) expected_runs.push_back(s);  // else copied
+            EXPECT_EQ(runs, expected_runs) << inline_mode << mode << " " << w << "x" << h;
+        }
         init.p.cam_mode = 2;
-        EXPECT_EQ(Yuv::ModelInit(handle_, &init.p), -1);
-        EXPECT_EQ(Yuv::Uninit(std::exchange(handle_, nullptr)), SDK_SUCCESS);
-    }
-}
-
-// In inline recording, frames of exactly the two 4K sizes go to the 4K session.
-TEST_F(MtkYuvTest, InlineTakesThe4KSessionForExact4KSizes) {
-    Start({{96, 20, 4}, {96}}, "", 0, true);
-    const int cases[][4] = {{4096, 2304, 1, 1}, {3264, 1836, 1, 1}, {4096, 2305, 1, 0}, {4096, 2304, 0, 0}};
-    for (const auto& [w, h, inline_mode, s] : cases) {
-        pxrt_test::Reset();
-        g_is_inline_mode = static_cast<uint8_t>(inline_mode);
-        in_->img()->width = w, in_->img()->height = h;
-        ASSERT_EQ(Process(0), SDK_SUCCESS);
-        EXPECT_EQ(TensorCalls(Ctx()->m_session[s]).size(), 2u) << w << "x" << h;
-        EXPECT_EQ(pxrt_test::Calls(Op::kRun).at(0).session, Ctx()->m_session[s]);
-    }
-}
-
-// The bytes written into the model's strength and zoom inputs.
-TEST_F(MtkYuvTest, ParameterBytes) {
-    uint32_t ext300 = 300;
-    const std::tuple<int, float, float, uint32_t*, uint8_t, uint8_t> cases[] = {
-        {0, 1000, 1.0f, nullptr, 12, 25},    {0, 500, 1.5f, nullptr, 0, 191},
-        {0, 30000, 2.0f, nullptr, 204, 252}, {1, 799, 0.5f, nullptr, 0, 25},
-        {1, 1600, 1.4f, nullptr, 51, 158},   {1, 25600, 1, nullptr, 204, 25},
-        {4, 1000, 12.0f, nullptr, 12, 252},  {2, 1000, 0.9f, nullptr, 12, 191},
-        {1, 1000, 1.5f, &ext300, 44, 191},
-    };
-    for (const bool zoom_input : {true, false}) {  // models with and without the zoom input
-        Start(zoom_input ? pxrt_test::SessionLayout{{96, 20, 4}, {96}}
-                         : pxrt_test::SessionLayout{{96, 20}, {96}});
-        const PXRT::TensorArray& t = Ctx()->vai_handle.input_tensors[0];
-        for (const auto& [cam, iso, zoom, extend, nr, zs] : cases) {
-            ASSERT_EQ(Process(cam, iso, extend, zoom), SDK_SUCCESS);
-            std::vector<uint8_t> expected(16, nr), seen(20);
-            expected.resize(20, 0);
-            std::memcpy(seen.data(), t[1]->GetData(), 20);
-            if (zoom_input) {
-                expected.insert(expected.end(), 4, zs);
-                seen.insert(seen.end(), static_cast<uint8_t*>(t[2]->GetData()),
-                            static_cast<uint8_t*>(t[2]->GetData()) + 4);
-            }
-            EXPECT_EQ(seen, expected) << cam << " " << iso << " " << zoom;
-        }
-        EXPECT_EQ(Yuv::Uninit(std::exchange(handle_, nullptr)), SDK_SUCCESS);
-    }
-}
-
-// ---- mode 10 only ----
-
-using MtkRawTest = MtkTest<Raw>;
-
-// The signed strengths as the runtime sees them: 16 bytes of nr in input 1 (20 bytes), the detail
-// strength in input 2, cut to its 8 bytes. Camera 1 uses one bin.
-TEST_F(MtkRawTest, StrengthBytes) {
-    const std::string one_bin = Cam<Raw>(R"("BinNumber": 1, "NrStrength": [40], "DetailStrength": [200],
-        "ISOBinIndex": [1000])");
-    int32_t ext[] = {300, -200}, ext2[] = {-5, 6};
-    const std::tuple<int, float, float, int32_t*, int8_t, int8_t> cases[] = {
-        {0, 100, 1, ext, 127, -128},     {0, 100, 1, ext2, -5, 6},        {0, 100, 1, nullptr, -128, 25},
-        {0, 1200, 2, nullptr, -65, 5},   {0, 25600, 1, nullptr, 76, -65}, {0, 1e9f, 1, nullptr, 76, -65},
-        {0, 1200, 1, nullptr, -103, 18}, {1, 10, 1, nullptr, -88, 72},    {1, 5000, 1, nullptr, -88, 72},
-    };
-    for (const bool detail_input : {true, false}) {
-        Start(detail_input ? pxrt_test::SessionLayout{{64, 20, 8}, {64}}
-                           : pxrt_test::SessionLayout{{64, 20}, {64}},
-              Json<Raw>(kHead, {Cam<Raw>(), one_bin, Cam<Raw>(), Cam<Raw>()}));
-        const PXRT::TensorArray& t = Ctx()->vai_handle.input_tensors[0];
-        for (const auto& [cam, iso, drc, ext_pars, nr, ee] : cases) {
-            ASSERT_EQ(Process(cam, iso, ext_pars, drc), SDK_SUCCESS);
-            std::vector<uint8_t> expected(16, uint8_t(nr)), seen(20);
-            expected.resize(20, 0);
-            std::memcpy(seen.data(), t[1]->GetData(), 20);
-            if (detail_input) {
-                expected.insert(expected.end(), 8, uint8_t(ee));
-                seen.insert(seen.end(), static_cast<uint8_t*>(t[2]->GetData()),
-                            static_cast<uint8_t*>(t[2]->GetData()) + 8);
-            }
-            EXPECT_EQ(seen, expected) << cam << " " << iso << " " << drc;
-        }
-        EXPECT_EQ(Raw::Uninit(std::exchange(handle_, nullptr)), SDK_SUCCESS);
+        EXPECT_EQ(MtkYuv::ModelInit(handle_, &init.p), -1);
+        EXPECT_EQ(MtkYuv::Uninit(std::exchange(handle_, nullptr)), SDK_SUCCESS);
     }
 }
 
