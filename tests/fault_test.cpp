@@ -46,7 +46,7 @@ void LinkDumpsToFullDisk(const std::string& dir, int mode) {
 
 // Adds a member to the project, after the last of the keys every back-end reads.
 std::function<std::string(std::string)> Extra(const std::string& member) {
-    return [member](std::string t) { return mtk_test::Edit(t, "\"SwitchFrameNum\": 0", "\"SwitchFrameNum\": 0" + member); };
+    return [member](std::string t) { return qcom_test::Edit(t, "\"SwitchFrameNum\": 0", "\"SwitchFrameNum\": 0" + member); };
 }
 const auto kKeep = [](std::string t) { return t; };
 const char kParseFailed[] = "\" parse failed!";
@@ -66,7 +66,7 @@ const Case kCases[] = {
     {"/dev/zero", kKeep, "/dev/zero", nullptr, false, kParseFailed},
     {"empty file", [](std::string) { return std::string(); }, nullptr, nullptr, false, kParseFailed},
     {"truncated", [](std::string t) { return t.substr(0, t.size() / 2); }, nullptr, nullptr, false, kParseFailed},
-    {"Latin-1 project name", [](std::string t) { return mtk_test::Edit(t, "TestProject", "TestPr\xf6ject"); },
+    {"Latin-1 project name", [](std::string t) { return qcom_test::Edit(t, "TestProject", "TestPr\xf6ject"); },
      nullptr, nullptr, false, "Cfg parse failed in "},
     {"Latin-1 in a string nobody reads", Extra(", \"Note\": \"caf\xe9\""), nullptr, nullptr, true, ""},
     {"nested 1000 deep", Extra(", \"Deep\": " + Nested(1000)), nullptr, nullptr, true, ""},

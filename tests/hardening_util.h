@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "interface/VideoAIProc.h"
-#include "mtk_test_util.h"
+#include "qcom_test_util.h"
 #include "vai_host_platform.h"
 
 namespace hardening {
@@ -27,7 +27,7 @@ inline std::string Config(int mode, unsigned log_level, unsigned dump_range = 0)
                              ", \"processType\": 1, \"DumpRangeIdx\": " + std::to_string(dump_range) +
                              ", \"FrontCamNum\": 1, \"RearCamNum\": " + std::to_string(cams - 1) +
                              ", \"SwitchFrameNum\": 0";
-    return mtk_test::Json(head, std::vector<std::string>(cams, cam));
+    return qcom_test::ProjectJson(head, std::vector<std::string>(cams, cam));
 }
 
 // Sessions that take kW x kH frames: packed for Qualcomm; for MediaTek the frame tensor over the

@@ -105,15 +105,12 @@ std::string Cam(const std::string& tables = kTables, unsigned enable = 1, unsign
 template <class T>
 std::string Json(const std::string& head = kHead,
                  const std::vector<std::string>& cams = {Cam<T>(), Cam<T>(), Cam<T>(), Cam<T>()}) {
-    std::string list;
-    for (const std::string& c : cams) list += (list.empty() ? "" : ",\n") + c;
-    return "// test file\n{\"TestProject\": {" + head + ",\n\"VideoAIProcPars\": [" + list + "]}}\n";
+    return qcom_test::ProjectJson(head, cams);
 }
 
-// `s` with the last `from` replaced by `to`, or the last number of `key` set: edits land in the last camera.
-std::string Edit(std::string s, const std::string& from, const std::string& to) {
-    return s.replace(s.rfind(from), from.size(), to);
-}
+using qcom_test::Edit;
+
+// `s` with the last number of `key` set, in the last camera.
 std::string Set(std::string s, const std::string& key, const std::string& value) {
     const size_t at = s.rfind("\"" + key + "\": ") + key.size() + 4;
     return s.replace(at, s.find_first_of(",}", at) - at, value);

@@ -72,6 +72,18 @@ inline std::string TestFile(const std::string& suffix) {
 }
 
 // Writes `text` to the test's own file and returns its path.
+// A configuration file of project "TestProject": `head` members and one "VideoAIProcPars" entry per camera.
+inline std::string ProjectJson(const std::string& head, const std::vector<std::string>& cams) {
+    std::string list;
+    for (const std::string& c : cams) list += (list.empty() ? "" : ",\n") + c;
+    return "// test file\n{\"TestProject\": {" + head + ",\n\"VideoAIProcPars\": [" + list + "]}}\n";
+}
+
+// `s` with the last `from` replaced by `to`: edits land in the last camera.
+inline std::string Edit(std::string s, const std::string& from, const std::string& to) {
+    return s.replace(s.rfind(from), from.size(), to);
+}
+
 inline std::string WriteTestFile(const std::string& suffix, const std::string& text) {
     const std::string path = TestFile(suffix);
     std::ofstream(path, std::ios::binary) << text;
