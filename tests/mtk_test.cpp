@@ -38,9 +38,8 @@ struct MtkYuv {
     static constexpr int kMode = 9, kCams = 5, kFrameKind = 10;
     static constexpr bool kZeroBinsOk = true, kTracesInstance = true;
     // A failed model set-up keeps the instance; only the inputs get parameter tensors; a frame tensor
-    // the runtime refuses goes to Run as it is; a second set-up needs an uninit first.
-    static constexpr bool kKeepsHandle = true, kOutputParams = false, kChecksFrameTensors = false,
-                          kReplacesSetUp = false;
+    // the runtime refuses goes to Run as it is.
+    static constexpr bool kKeepsHandle = true, kOutputParams = false, kChecksFrameTensors = false;
     static constexpr const char *kName = "yuv", *kDumpExt = "nv21", *kVersion = "MTK_Video_AINR_YUV_v1.0.8";
     static constexpr size_t kDumpHalves = 3;        // the whole NV21 frame, from plane 0
     static constexpr size_t kSecondParamBytes = 4;  // the zoom byte
@@ -60,9 +59,8 @@ struct MtkRaw {
     static constexpr int kMode = 10, kCams = 4, kFrameKind = 11;
     static constexpr bool kZeroBinsOk = false, kTracesInstance = false;
     // A failed model set-up destroys the instance; outputs get parameter tensors too; a frame without
-    // its tensors is copied; a second set-up replaces the first.
-    static constexpr bool kKeepsHandle = false, kOutputParams = true, kChecksFrameTensors = true,
-                          kReplacesSetUp = true;
+    // its tensors is copied.
+    static constexpr bool kKeepsHandle = false, kOutputParams = true, kChecksFrameTensors = true;
     static constexpr const char *kName = "raw", *kDumpExt = "packed_word",
                                 *kVersion = "MTK_Video_AINR_RAW_v0.0.5";
     static constexpr size_t kDumpHalves = 2;        // plane 0 only
@@ -298,7 +296,7 @@ TYPED_TEST(MtkTest, ModelSetUp) {
         for (const PXRT::TensorArray* a : {&h.input_tensors[0], &h.output_tensors[0]}) {
             EXPECT_TRUE(a->empty() || ((*a)[0] == (*a)[1] && (*a)[0] != nullptr));
         }
-        EXPECT_EQ(T::kReplacesSetUp ? T::ModelInit(this->handle_, &init.p) : 2, 2);  // releases the first
+        EXPECT_EQ(T::ModelInit(this->handle_, &init.p), 2);  // releases the first
         EXPECT_EQ(T::ModelUninit(this->handle_), SDK_SUCCESS);
         EXPECT_EQ(pxrt_test::LiveObjects().sessions + pxrt_test::LiveObjects().tensors, 0);
     }

@@ -47,13 +47,14 @@ bool CamInRecord(int32_t cam) {
 }
 
 // Releases the sessions and every tensor; the tensor arrays are left empty for the next set-up.
-void ReleaseModels(VAINR_Ctx_* ctx) {
+// `warn` logs each missing session.
+void ReleaseModels(VAINR_Ctx_* ctx, bool warn = true) {
     VAI_HANDLE_& h = ctx->vai_handle;
     for (void*& session : ctx->m_session) {
         if (session != nullptr) {
             h.interpreter->ReleaseSession(session);
             session = nullptr;
-        } else {
+        } else if (warn) {
             VAI_LOGW("runtime session is nullptr in VAINR_Model_Uninit!");
         }
     }
@@ -307,6 +308,8 @@ int VAINR_Model_Init(void* handle, const InitParams_* init_pars) {
     VAI_LOGD("cam_type:%d, cam_mode:%d, model_name:%s, m_session:%p, is_inline_mode:%d", cam, mode,
              ctx->model_name[mode][cam], ctx->m_session[0], g_is_inline_mode);
 
+    // A set-up without Model_Uninit before it would otherwise orphan the sessions it replaces.
+    if (ctx->m_session[0] != nullptr || ctx->m_session[1] != nullptr) ReleaseModels(ctx, false);
     const VAINR_CamPars_& c = ctx->cfg.camPars[cam];
     // Inline recording runs the 1080P model and adds the 4K one in 4K mode.
     const bool main_4k = mode == 0 && g_is_inline_mode == 0;
