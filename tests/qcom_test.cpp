@@ -3,7 +3,6 @@
 #include <filesystem>
 
 #include <algorithm>
-#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
@@ -425,15 +424,15 @@ TEST_F(QcomTest, DumpsTheRequestRange) {
 
 // ---- model switching ----
 
-// The frame-by-frame state machine around a camera change, with the switch thread held in
-// CreateSession until the test lets it go.
+// The frame-by-frame state machine around camera changes, with each switch thread held in
+// CreateSession until the test lets it go; teardown during the second switch waits for it.
 TEST_F(QcomTest, CameraChangeSwitchesModelsInTheBackground) {
     CfgText t;
     t.SwitchFrameNum = 3;
     t.cams[1].BoostValue = 77;
-    Gate gate;
-    pxrt_test::SetCreateSessionHook([&gate](const std::string& model) {
-        if (model == "model1") gate.Wait();
+    Gate gates[3];
+    pxrt_test::SetCreateSessionHook([&gates](const std::string& model) {
+        if (model != "model0") gates[model.back() - '0'].Wait();
     });
     pxrt_test::SetRunHook(FillOutput(0x11));
     Start(t, 0);
@@ -450,11 +449,11 @@ TEST_F(QcomTest, CameraChangeSwitchesModelsInTheBackground) {
     for (int i = 0; i < 3; ++i) EXPECT_FALSE(processed(1));  // warm-up
     EXPECT_EQ(pxrt_test::CallCount(Op::kCreateSession), 1u);
     EXPECT_FALSE(processed(1));  // starts the switch
-    ASSERT_TRUE(gate.Reached());
+    ASSERT_TRUE(gates[1].Reached());
     for (int i = 0; i < 3; ++i) EXPECT_FALSE(processed(1));  // while it runs
     EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 1u);
 
-    gate.Open();
+    gates[1].Open();
     ASSERT_TRUE(WaitFor([&] { return Ctx(handle_)->switch_done.load(std::memory_order_acquire) == 1; }));
     EXPECT_TRUE(processed(1));
     const std::vector<pxrt_test::Call> sessions = pxrt_test::Calls(Op::kCreateSession);
@@ -463,6 +462,17 @@ TEST_F(QcomTest, CameraChangeSwitchesModelsInTheBackground) {
     EXPECT_EQ(pxrt_test::Calls(Op::kRun).back().session, sessions[1].session);
     const pxrt_test::Live live = pxrt_test::LiveObjects();
     EXPECT_EQ(live.interpreters + live.sessions + live.tensors, 4);
+
+    for (int i = 0; i < 5; ++i) EXPECT_FALSE(processed(2));  // change, warm-up, start
+    ASSERT_TRUE(gates[2].Reached());
+    std::thread opener([&] {
+        EXPECT_TRUE(WaitFor([&] { return log_.Contains("On model switching! Wait in VAINR_Uninit!"); }));
+        gates[2].Open();
+    });
+    EXPECT_EQ(VAINR_Uninit(handle_), 0);
+    handle_ = nullptr;
+    opener.join();
+    EXPECT_EQ(pxrt_test::CallCount(Op::kCreateInputTensor), 3u);  // the switch got to its end
 }
 
 // The switch routine on its own: old tensors and session go, new ones replace element 0, and the
@@ -493,40 +503,6 @@ TEST_F(QcomTest, SwitchReplacesSessionAndTensors) {
     EXPECT_EQ(pxrt_test::LiveObjects().sessions, 1);
     EXPECT_EQ(pxrt_test::LiveObjects().tensors, 2);
 }
-
-// Teardown while the switch thread is held in CreateSession: Uninit waits (logging each poll while
-// the level allows), the switch completes, and then everything is released.
-class QcomTeardownTest : public QcomTest, public ::testing::WithParamInterface<unsigned> {};
-
-TEST_P(QcomTeardownTest, WaitsForARunningSwitch) {
-    const unsigned level = GetParam();
-    CfgText t = Quick();
-    t.LogLevel = level;
-    Gate gate;
-    pxrt_test::SetCreateSessionHook([&gate](const std::string& model) {
-        if (model == "model1") gate.Wait();
-    });
-    Start(t, 0);
-    auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH);
-    Process(*out, *in, 1);  // change
-    Process(*out, *in, 1);  // starts the switch
-    ASSERT_TRUE(gate.Reached());
-
-    std::atomic<bool> tearing_down{false};
-    std::thread opener([&] {
-        WaitFor([&] { return tearing_down.load(); });
-        EXPECT_TRUE(level == 0 ||
-                    WaitFor([&] { return log_.Contains("On model switching! Wait in VAINR_Uninit!"); }));
-        gate.Open();
-    });
-    tearing_down = true;
-    EXPECT_EQ(VAINR_Uninit(handle_), 0);
-    handle_ = nullptr;
-    opener.join();
-    EXPECT_EQ(pxrt_test::CallCount(Op::kCreateInputTensor), 2u);  // the switch got to its end
-}
-
-INSTANTIATE_TEST_SUITE_P(LogLevel, QcomTeardownTest, ::testing::Values(1u, 0u));
 
 // A switch that fails destroys the instance: the caller's handle dangles, nothing is left behind.
 // The first row goes through the frame path and the switch thread, the others call the routine.
