@@ -31,12 +31,7 @@ VAINR_CfgPars_ Defaults() {
 
 class QcomTest : public ::testing::Test {
   protected:
-    void TearDown() override {
-        if (handle_ != nullptr) {
-            EXPECT_EQ(VAINR_Uninit(handle_), 0);
-        }
-        EXPECT_TRUE(TornDown());
-    }
+    void TearDown() override { Stop(); }
     bool Load(const std::string& json, const char* project = "TestProject") {
         cfg_ = Defaults();
         return QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(Cfg(json).c_str(), project, &cfg_);
@@ -50,7 +45,7 @@ class QcomTest : public ::testing::Test {
         ASSERT_NE(handle_ = VAINR_Init(&init.p), nullptr);
     }
     void Stop() {
-        EXPECT_EQ(VAINR_Uninit(handle_), 0);
+        EXPECT_EQ(handle_ != nullptr ? VAINR_Uninit(handle_) : 0, 0);
         handle_ = nullptr;
         EXPECT_TRUE(TornDown());
     }
@@ -187,16 +182,14 @@ TEST_F(QcomTest, InitHandsTheRuntimeItsArguments) {
                                     cs.reserved0, cs.reserved1}),
               (std::vector<int64_t>{5, 2048, 2, 3, 0, 321, 0, 0}));
     EXPECT_EQ(cs.session, ctx->m_session[0]);
-    const size_t sizes[] = {600, 70, 900};
-    const pxrt_test::Call* tensors[] = {&calls[5], &calls[7], &calls[9]};
-    for (int i = 0; i < 3; ++i) {
-        const pxrt_test::Call& c = *tensors[i];
-        EXPECT_EQ(c.session, ctx->m_session[0]);
-        EXPECT_EQ(c.buffer, nullptr);
-        // bytes, index, then the constant arguments: one, kind, fd, zero
-        EXPECT_EQ((std::vector<int64_t>{int64_t(c.bytes), c.tensor_index, c.one, c.kind, c.fd, c.zero}),
-                  (std::vector<int64_t>{int64_t(sizes[i]), i == 1, 1, 2, -1, 0}));
+    std::vector<std::vector<int64_t>> tensors;  // on the session, bytes, index, one, kind, buffer, fd, zero
+    for (const pxrt_test::Call* c : {&calls[5], &calls[7], &calls[9]}) {
+        tensors.push_back({c->session == ctx->m_session[0], int64_t(c->bytes), c->tensor_index, c->one,
+                           c->kind, c->buffer != nullptr, c->fd, c->zero});
     }
+    EXPECT_EQ(tensors,
+              (std::vector<std::vector<int64_t>>{
+                  {1, 600, 0, 1, 2, 0, -1, 0}, {1, 70, 1, 1, 2, 0, -1, 0}, {1, 900, 0, 1, 2, 0, -1, 0}}));
     const DumpPars_& d = ctx->dump_pars;
     // tensor count and size, camera, hand-off, dump block, log level from the file
     EXPECT_EQ((std::vector<size_t>{ctx->vai_handle.m_in_num[0], ctx->vai_handle.mInputTensorByteSize[0][1],
@@ -215,6 +208,7 @@ TEST_F(QcomTest, InitHandsTheRuntimeItsArguments) {
 
 // Each failure returns null and leaves nothing behind; the last runtime call shows where it stopped.
 TEST_F(QcomTest, EveryInitFailureTearsDownCompletely) {
+    const auto fail = [](Op op, int result) { return [=](Init&) { pxrt_test::Fail(op, result); }; };
     const struct {
         const char* name;
         std::function<void(Init&)> setup;
@@ -223,21 +217,17 @@ TEST_F(QcomTest, EveryInitFailureTearsDownCompletely) {
         {"dlopen", [](Init&) { setenv("VAI_PXRT_LIBRARY", "/nonexistent/libPXRT.so", 1); }, Op::kOpCount},
         {"dlsym", [](Init&) { setenv("VAI_PXRT_LIBRARY", VAI_TEST_RUNTIME_INCOMPLETE_PATH, 1); },
          Op::kOpCount},
-        {"CreateInterpreter", [](Init&) { pxrt_test::Fail(Op::kCreateInterpreter, 0); },
-         Op::kCreateInterpreter},
+        {"CreateInterpreter", fail(Op::kCreateInterpreter, 0), Op::kCreateInterpreter},
         {"configuration", [](Init& i) { i.p.cfg_path = "/nonexistent.json"; }, Op::kCreateInterpreter},
         {"project name", [](Init& i) { std::snprintf(i.p.project_name, 16, "Other"); },
          Op::kCreateInterpreter},
         {"camera type above the record", [](Init& i) { i.p.cam_type = 5; }, Op::kCreateInterpreter},
         {"negative camera type", [](Init& i) { i.p.cam_type = -1; }, Op::kCreateInterpreter},
-        {"CreateSession", [](Init&) { pxrt_test::Fail(Op::kCreateSession, -9); }, Op::kCreateSession},
-        {"CreateSession without a session", [](Init&) { pxrt_test::Fail(Op::kCreateSession, 0); },
-         Op::kCreateSession},
+        {"CreateSession", fail(Op::kCreateSession, -9), Op::kCreateSession},
+        {"CreateSession without a session", fail(Op::kCreateSession, 0), Op::kCreateSession},
         {"no model path", [](Init& i) { i.p.model_path[0] = nullptr; }, Op::kCreateSession},
-        {"GetSessionInputNumber", [](Init&) { pxrt_test::Fail(Op::kGetSessionInputNumber, 11); },
-         Op::kGetSessionInputNumber},
-        {"GetSessionOutputNumber", [](Init&) { pxrt_test::Fail(Op::kGetSessionOutputNumber, 12); },
-         Op::kGetSessionOutputNumber},
+        {"GetSessionInputNumber", fail(Op::kGetSessionInputNumber, 11), Op::kGetSessionInputNumber},
+        {"GetSessionOutputNumber", fail(Op::kGetSessionOutputNumber, 12), Op::kGetSessionOutputNumber},
         {"five inputs",
          [](Init&) {
              pxrt_test::SetDefaultLayout({{1, 2, 3, 4, 5}});
@@ -249,8 +239,7 @@ TEST_F(QcomTest, EveryInitFailureTearsDownCompletely) {
              pxrt_test::Fail(Op::kGetSessionInputSize, 13, 1);
          },
          Op::kGetSessionInputSize},
-        {"GetSessionOutputSize", [](Init&) { pxrt_test::Fail(Op::kGetSessionOutputSize, 14); },
-         Op::kGetSessionOutputSize},
+        {"GetSessionOutputSize", fail(Op::kGetSessionOutputSize, 14), Op::kGetSessionOutputSize},
     };
     for (const auto& f : cases) {
         SCOPED_TRACE(f.name);
@@ -469,8 +458,7 @@ TEST_F(QcomTest, CameraChangeSwitchesModelsInTheBackground) {
         EXPECT_TRUE(WaitFor([&] { return log_.Contains("On model switching! Wait in VAINR_Uninit!"); }));
         gates[2].Open();
     });
-    EXPECT_EQ(VAINR_Uninit(handle_), 0);
-    handle_ = nullptr;
+    Stop();
     opener.join();
     EXPECT_EQ(pxrt_test::CallCount(Op::kCreateInputTensor), 3u);  // the switch got to its end
 }
