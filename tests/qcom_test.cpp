@@ -3,7 +3,6 @@
 #include <filesystem>
 
 #include <algorithm>
-#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
@@ -32,12 +31,7 @@ VAINR_CfgPars_ Defaults() {
 
 class QcomTest : public ::testing::Test {
   protected:
-    void TearDown() override {
-        if (handle_ != nullptr) {
-            EXPECT_EQ(VAINR_Uninit(handle_), 0);
-        }
-        EXPECT_TRUE(TornDown());
-    }
+    void TearDown() override { Stop(); }
     bool Load(const std::string& json, const char* project = "TestProject") {
         cfg_ = Defaults();
         return QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(Cfg(json).c_str(), project, &cfg_);
@@ -51,7 +45,7 @@ class QcomTest : public ::testing::Test {
         ASSERT_NE(handle_ = VAINR_Init(&init.p), nullptr);
     }
     void Stop() {
-        EXPECT_EQ(VAINR_Uninit(handle_), 0);
+        EXPECT_EQ(handle_ != nullptr ? VAINR_Uninit(handle_) : 0, 0);
         handle_ = nullptr;
         EXPECT_TRUE(TornDown());
     }
@@ -188,16 +182,14 @@ TEST_F(QcomTest, InitHandsTheRuntimeItsArguments) {
                                     cs.reserved0, cs.reserved1}),
               (std::vector<int64_t>{5, 2048, 2, 3, 0, 321, 0, 0}));
     EXPECT_EQ(cs.session, ctx->m_session[0]);
-    const size_t sizes[] = {600, 70, 900};
-    const pxrt_test::Call* tensors[] = {&calls[5], &calls[7], &calls[9]};
-    for (int i = 0; i < 3; ++i) {
-        const pxrt_test::Call& c = *tensors[i];
-        EXPECT_EQ(c.session, ctx->m_session[0]);
-        EXPECT_EQ(c.buffer, nullptr);
-        // bytes, index, then the constant arguments: one, kind, fd, zero
-        EXPECT_EQ((std::vector<int64_t>{int64_t(c.bytes), c.tensor_index, c.one, c.kind, c.fd, c.zero}),
-                  (std::vector<int64_t>{int64_t(sizes[i]), i == 1, 1, 2, -1, 0}));
+    std::vector<std::vector<int64_t>> tensors;  // on the session, bytes, index, one, kind, buffer, fd, zero
+    for (const pxrt_test::Call* c : {&calls[5], &calls[7], &calls[9]}) {
+        tensors.push_back({c->session == ctx->m_session[0], int64_t(c->bytes), c->tensor_index, c->one,
+                           c->kind, c->buffer != nullptr, c->fd, c->zero});
     }
+    EXPECT_EQ(tensors,
+              (std::vector<std::vector<int64_t>>{
+                  {1, 600, 0, 1, 2, 0, -1, 0}, {1, 70, 1, 1, 2, 0, -1, 0}, {1, 900, 0, 1, 2, 0, -1, 0}}));
     const DumpPars_& d = ctx->dump_pars;
     // tensor count and size, camera, hand-off, dump block, log level from the file
     EXPECT_EQ((std::vector<size_t>{ctx->vai_handle.m_in_num[0], ctx->vai_handle.mInputTensorByteSize[0][1],
@@ -216,6 +208,7 @@ TEST_F(QcomTest, InitHandsTheRuntimeItsArguments) {
 
 // Each failure returns null and leaves nothing behind; the last runtime call shows where it stopped.
 TEST_F(QcomTest, EveryInitFailureTearsDownCompletely) {
+    const auto fail = [](Op op, int result) { return [=](Init&) { pxrt_test::Fail(op, result); }; };
     const struct {
         const char* name;
         std::function<void(Init&)> setup;
@@ -224,21 +217,17 @@ TEST_F(QcomTest, EveryInitFailureTearsDownCompletely) {
         {"dlopen", [](Init&) { setenv("VAI_PXRT_LIBRARY", "/nonexistent/libPXRT.so", 1); }, Op::kOpCount},
         {"dlsym", [](Init&) { setenv("VAI_PXRT_LIBRARY", VAI_TEST_RUNTIME_INCOMPLETE_PATH, 1); },
          Op::kOpCount},
-        {"CreateInterpreter", [](Init&) { pxrt_test::Fail(Op::kCreateInterpreter, 0); },
-         Op::kCreateInterpreter},
+        {"CreateInterpreter", fail(Op::kCreateInterpreter, 0), Op::kCreateInterpreter},
         {"configuration", [](Init& i) { i.p.cfg_path = "/nonexistent.json"; }, Op::kCreateInterpreter},
         {"project name", [](Init& i) { std::snprintf(i.p.project_name, 16, "Other"); },
          Op::kCreateInterpreter},
         {"camera type above the record", [](Init& i) { i.p.cam_type = 5; }, Op::kCreateInterpreter},
         {"negative camera type", [](Init& i) { i.p.cam_type = -1; }, Op::kCreateInterpreter},
-        {"CreateSession", [](Init&) { pxrt_test::Fail(Op::kCreateSession, -9); }, Op::kCreateSession},
-        {"CreateSession without a session", [](Init&) { pxrt_test::Fail(Op::kCreateSession, 0); },
-         Op::kCreateSession},
+        {"CreateSession", fail(Op::kCreateSession, -9), Op::kCreateSession},
+        {"CreateSession without a session", fail(Op::kCreateSession, 0), Op::kCreateSession},
         {"no model path", [](Init& i) { i.p.model_path[0] = nullptr; }, Op::kCreateSession},
-        {"GetSessionInputNumber", [](Init&) { pxrt_test::Fail(Op::kGetSessionInputNumber, 11); },
-         Op::kGetSessionInputNumber},
-        {"GetSessionOutputNumber", [](Init&) { pxrt_test::Fail(Op::kGetSessionOutputNumber, 12); },
-         Op::kGetSessionOutputNumber},
+        {"GetSessionInputNumber", fail(Op::kGetSessionInputNumber, 11), Op::kGetSessionInputNumber},
+        {"GetSessionOutputNumber", fail(Op::kGetSessionOutputNumber, 12), Op::kGetSessionOutputNumber},
         {"five inputs",
          [](Init&) {
              pxrt_test::SetDefaultLayout({{1, 2, 3, 4, 5}});
@@ -250,8 +239,7 @@ TEST_F(QcomTest, EveryInitFailureTearsDownCompletely) {
              pxrt_test::Fail(Op::kGetSessionInputSize, 13, 1);
          },
          Op::kGetSessionInputSize},
-        {"GetSessionOutputSize", [](Init&) { pxrt_test::Fail(Op::kGetSessionOutputSize, 14); },
-         Op::kGetSessionOutputSize},
+        {"GetSessionOutputSize", fail(Op::kGetSessionOutputSize, 14), Op::kGetSessionOutputSize},
     };
     for (const auto& f : cases) {
         SCOPED_TRACE(f.name);
@@ -425,15 +413,15 @@ TEST_F(QcomTest, DumpsTheRequestRange) {
 
 // ---- model switching ----
 
-// The frame-by-frame state machine around a camera change, with the switch thread held in
-// CreateSession until the test lets it go.
+// The frame-by-frame state machine around camera changes, with each switch thread held in
+// CreateSession until the test lets it go; teardown during the second switch waits for it.
 TEST_F(QcomTest, CameraChangeSwitchesModelsInTheBackground) {
     CfgText t;
     t.SwitchFrameNum = 3;
     t.cams[1].BoostValue = 77;
-    Gate gate;
-    pxrt_test::SetCreateSessionHook([&gate](const std::string& model) {
-        if (model == "model1") gate.Wait();
+    Gate gates[3];
+    pxrt_test::SetCreateSessionHook([&gates](const std::string& model) {
+        if (model != "model0") gates[model.back() - '0'].Wait();
     });
     pxrt_test::SetRunHook(FillOutput(0x11));
     Start(t, 0);
@@ -450,11 +438,11 @@ TEST_F(QcomTest, CameraChangeSwitchesModelsInTheBackground) {
     for (int i = 0; i < 3; ++i) EXPECT_FALSE(processed(1));  // warm-up
     EXPECT_EQ(pxrt_test::CallCount(Op::kCreateSession), 1u);
     EXPECT_FALSE(processed(1));  // starts the switch
-    ASSERT_TRUE(gate.Reached());
+    ASSERT_TRUE(gates[1].Reached());
     for (int i = 0; i < 3; ++i) EXPECT_FALSE(processed(1));  // while it runs
     EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 1u);
 
-    gate.Open();
+    gates[1].Open();
     ASSERT_TRUE(WaitFor([&] { return Ctx(handle_)->switch_done.load(std::memory_order_acquire) == 1; }));
     EXPECT_TRUE(processed(1));
     const std::vector<pxrt_test::Call> sessions = pxrt_test::Calls(Op::kCreateSession);
@@ -463,6 +451,16 @@ TEST_F(QcomTest, CameraChangeSwitchesModelsInTheBackground) {
     EXPECT_EQ(pxrt_test::Calls(Op::kRun).back().session, sessions[1].session);
     const pxrt_test::Live live = pxrt_test::LiveObjects();
     EXPECT_EQ(live.interpreters + live.sessions + live.tensors, 4);
+
+    for (int i = 0; i < 5; ++i) EXPECT_FALSE(processed(2));  // change, warm-up, start
+    ASSERT_TRUE(gates[2].Reached());
+    std::thread opener([&] {
+        EXPECT_TRUE(WaitFor([&] { return log_.Contains("On model switching! Wait in VAINR_Uninit!"); }));
+        gates[2].Open();
+    });
+    Stop();
+    opener.join();
+    EXPECT_EQ(pxrt_test::CallCount(Op::kCreateInputTensor), 3u);  // the switch got to its end
 }
 
 // The switch routine on its own: old tensors and session go, new ones replace element 0, and the
@@ -493,40 +491,6 @@ TEST_F(QcomTest, SwitchReplacesSessionAndTensors) {
     EXPECT_EQ(pxrt_test::LiveObjects().sessions, 1);
     EXPECT_EQ(pxrt_test::LiveObjects().tensors, 2);
 }
-
-// Teardown while the switch thread is held in CreateSession: Uninit waits (logging each poll while
-// the level allows), the switch completes, and then everything is released.
-class QcomTeardownTest : public QcomTest, public ::testing::WithParamInterface<unsigned> {};
-
-TEST_P(QcomTeardownTest, WaitsForARunningSwitch) {
-    const unsigned level = GetParam();
-    CfgText t = Quick();
-    t.LogLevel = level;
-    Gate gate;
-    pxrt_test::SetCreateSessionHook([&gate](const std::string& model) {
-        if (model == "model1") gate.Wait();
-    });
-    Start(t, 0);
-    auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH);
-    Process(*out, *in, 1);  // change
-    Process(*out, *in, 1);  // starts the switch
-    ASSERT_TRUE(gate.Reached());
-
-    std::atomic<bool> tearing_down{false};
-    std::thread opener([&] {
-        WaitFor([&] { return tearing_down.load(); });
-        EXPECT_TRUE(level == 0 ||
-                    WaitFor([&] { return log_.Contains("On model switching! Wait in VAINR_Uninit!"); }));
-        gate.Open();
-    });
-    tearing_down = true;
-    EXPECT_EQ(VAINR_Uninit(handle_), 0);
-    handle_ = nullptr;
-    opener.join();
-    EXPECT_EQ(pxrt_test::CallCount(Op::kCreateInputTensor), 2u);  // the switch got to its end
-}
-
-INSTANTIATE_TEST_SUITE_P(LogLevel, QcomTeardownTest, ::testing::Values(1u, 0u));
 
 // A switch that fails destroys the instance: the caller's handle dangles, nothing is left behind.
 // The first row goes through the frame path and the switch thread, the others call the routine.
