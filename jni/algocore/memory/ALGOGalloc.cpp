@@ -57,6 +57,18 @@ inline unsigned long long ULL(const void* p) {
     return static_cast<unsigned long long>(U(p));
 }
 
+// addr + offset * elementSize into `point`; false when that lies beyond the address space, where a
+// wrapped sum could otherwise land back inside the block.
+bool PointOf(const void* addr, unsigned long offset, unsigned long elementSize, uintptr_t* point) {
+    uintptr_t bytes = 0;
+    return !__builtin_mul_overflow(offset, elementSize, &bytes) && !__builtin_add_overflow(U(addr), bytes, point);
+}
+
+// Fewer than `size` bytes from `point` up to `end`, without forming point + size.
+bool PastEnd(uintptr_t point, unsigned long size, uintptr_t end) {
+    return point > end || size > end - point;
+}
+
 unsigned long Insert(unsigned long long handle, void* addr, unsigned long size, int type, const char* file,
                      int line) {
     auto& map = AlgorithmMemory::sMemMap;
@@ -200,8 +212,8 @@ bool AlgorithmMemory::mapCheck(void* addr, unsigned long offset, unsigned long e
     auto it = sMemMap.find(addr);
     if (it == sMemMap.end()) return false;
     const AlgoMemInfo& info = it->second;
-    const uintptr_t point = U(addr) + offset * elementSize;
-    if (point < U(info.startAddr) || point >= U(info.endAddr)) {
+    uintptr_t point = 0;
+    if (!PointOf(addr, offset, elementSize, &point) || point < U(info.startAddr) || point >= U(info.endAddr)) {
         VEMO_LOGE(
             "SDK_OUT_OF_MEMORY_ERR! begin 0x%llx, end 0x%llx, point 0x%llx, offset %lu, elementSize %ld, "
             "File: %s, "
@@ -210,7 +222,7 @@ bool AlgorithmMemory::mapCheck(void* addr, unsigned long offset, unsigned long e
             line);
         return false;
     }
-    if (point + size > U(info.endAddr)) {
+    if (PastEnd(point, size, U(info.endAddr))) {
         VEMO_LOGE(
             "SDK_OUT_OF_MEMORY_ERR! begin 0x%llx, end 0x%llx, point 0x%llx, offset %lu, elementSize %ld,size "
             "%lu, "
@@ -247,8 +259,9 @@ bool AlgorithmMemory::checkMemcpyAddr(void* addr, unsigned long offset, unsigned
     }
     const uintptr_t start = U(info->startAddr);
     const uintptr_t end = U(info->endAddr);
-    const uintptr_t point = U(addr) + offset * elementSize;
-    if (point < start) {
+    uintptr_t point = 0;
+    const bool wrapped = !PointOf(addr, offset, elementSize, &point);
+    if (!wrapped && point < start) {
         VEMO_LOGE(
             "SDK_OUT_OF_MEMORY_ERR! Source File: %s, Line Num: %d begin 0x%llx, end 0x%llx, point "
             "0x%llx,offset "
@@ -258,7 +271,7 @@ bool AlgorithmMemory::checkMemcpyAddr(void* addr, unsigned long offset, unsigned
             static_cast<long>(start - point));
         return false;
     }
-    if (point + size > end) {
+    if (wrapped || PastEnd(point, size, end)) {
         VEMO_LOGE(
             "SDK_OUT_OF_MEMORY_ERR! Source File: %s, Line Num: %d begin 0x%llx, end 0x%llx, point "
             "0x%llx,offset %lu, "
