@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <string>
 #include <vector>
 
@@ -236,7 +237,7 @@ TEST_F(MtkFrameTest, ParameterBytes) {
         {0, 30000, 2.0f, nullptr, 204, 252}, {1, 799, 0.5f, nullptr, 0, 25},
         {1, 1600, 1.4f, nullptr, 51, 158},   {1, 25600, 1, nullptr, 204, 25},
         {4, 1000, 12.0f, nullptr, 12, 252},  {2, 1000, 0.9f, nullptr, 12, 191},
-        {1, 1000, 1.5f, &ext300, 44, 191},
+        {1, 1000, 1.5f, &ext300, 44, 191},   {0, 1000, std::nanf(""), nullptr, 12, 25},
     };
     for (const bool zoom_input : {true, false}) {  // models with and without the zoom input
         Start(false, "0", zoom_input ? std::vector<size_t>{96, 20, 4} : std::vector<size_t>{96, 20});
