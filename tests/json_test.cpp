@@ -27,12 +27,22 @@ TEST_F(JsonTest, ParseFile) {
     EXPECT_DOUBLE_EQ(doc_["b"].GetDouble(), 0.1);
     EXPECT_EQ(doc_["key1999"].GetUint() + doc_["last"].GetUint(), 1999u + 4242u);
 
+    // Nesting is refused past 128 levels, before the recursive parser can exhaust a small stack.
+    const std::string deep = std::string(128, '[') + std::string(128, ']');
+    ASSERT_TRUE(JsonParseFile(Write("{\"a\": " + deep.substr(1, 254) + "}").c_str(), doc_));
+    EXPECT_TRUE(doc_["a"].IsArray());
+
     const std::string missing = std::string(VAI_TEST_BINARY_DIR) + "/no_such.json",
-                      broken = Write("{ \"a\": [1, 2 }");
+                      broken = Write("{ \"a\": [1, 2 }"), deeper = Write("[" + deep + "]"),
+                      abyss = Write(std::string(1000000, '['));
     EXPECT_FALSE(JsonParseFile(missing.c_str(), doc_));
     EXPECT_FALSE(JsonParseFile(broken.c_str(), doc_));
+    EXPECT_FALSE(JsonParseFile(deeper.c_str(), doc_));
+    EXPECT_FALSE(JsonParseFile(abyss.c_str(), doc_));
     EXPECT_EQ(log_.Texts(), (std::vector<std::string>{"file \"" + missing + "\" fopen failed!",
-                                                      "\"" + broken + "\" parse failed!"}));
+                                                      "\"" + broken + "\" parse failed!",
+                                                      "\"" + deeper + "\" parse failed!",
+                                                      "\"" + abyss + "\" parse failed!"}));
 }
 
 // Member "k" of {"k": json} read into 8 entries pre-filled with 99: with JsonGet where max is kOne, else with

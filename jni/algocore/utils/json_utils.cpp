@@ -1,7 +1,9 @@
 #include "algocore/utils/json_utils.h"
 
 #include <rapidjson/filereadstream.h>
+#include <rapidjson/reader.h>
 
+#include <cstdint>
 #include <cstdio>
 
 #include "algocore/utils/vai_log.h"
@@ -11,6 +13,47 @@ namespace {
 // Comments allowed, numbers at full precision.
 constexpr unsigned kParseFlags = rapidjson::kParseCommentsFlag | rapidjson::kParseFullPrecisionFlag;
 static_assert(kParseFlags == 48, "configuration parse flags");
+
+// Deeper nesting is refused: the parser recurses once per level, and a HAL thread's stack is small.
+constexpr unsigned kMaxDepth = 128;
+
+// The document's own handler, counting how deep objects and arrays nest.
+class DepthLimited {
+  public:
+    explicit DepthLimited(rapidjson::Document& doc) : doc_(doc) {}
+    bool Null() { return doc_.Null(); }
+    bool Bool(bool b) { return doc_.Bool(b); }
+    bool Int(int i) { return doc_.Int(i); }
+    bool Uint(unsigned u) { return doc_.Uint(u); }
+    bool Int64(int64_t i) { return doc_.Int64(i); }
+    bool Uint64(uint64_t u) { return doc_.Uint64(u); }
+    bool Double(double d) { return doc_.Double(d); }
+    bool RawNumber(const char* s, rapidjson::SizeType n, bool copy) { return doc_.RawNumber(s, n, copy); }
+    bool String(const char* s, rapidjson::SizeType n, bool copy) { return doc_.String(s, n, copy); }
+    bool Key(const char* s, rapidjson::SizeType n, bool copy) { return doc_.Key(s, n, copy); }
+    bool StartObject() { return Enter() && doc_.StartObject(); }
+    bool EndObject(rapidjson::SizeType n) { return Leave() && doc_.EndObject(n); }
+    bool StartArray() { return Enter() && doc_.StartArray(); }
+    bool EndArray(rapidjson::SizeType n) { return Leave() && doc_.EndArray(n); }
+
+  private:
+    bool Enter() { return ++depth_ <= kMaxDepth; }
+    bool Leave() { return depth_-- > 0; }
+    rapidjson::Document& doc_;
+    unsigned depth_ = 0;
+};
+
+// Fills the document through Populate, which takes the root off the document's stack.
+struct ParseInto {
+    rapidjson::FileReadStream& stream;
+    rapidjson::ParseResult result{};
+    bool operator()(rapidjson::Document& doc) {
+        DepthLimited handler(doc);
+        rapidjson::GenericReader<rapidjson::UTF8<>, rapidjson::UTF8<>> reader;
+        result = reader.Parse<kParseFlags>(stream, handler);
+        return !result.IsError();
+    }
+};
 
 template <typename T>
 struct JsonType;
@@ -31,9 +74,10 @@ bool JsonParseFile(const char* path, rapidjson::Document& doc) {
     }
     char buffer[10000];
     rapidjson::FileReadStream stream(fp, buffer, sizeof(buffer));
-    doc.ParseStream<kParseFlags, rapidjson::UTF8<>>(stream);
+    ParseInto parse{stream};
+    doc.Populate(parse);
     std::fclose(fp);
-    if (doc.HasParseError()) {
+    if (parse.result.IsError()) {
         VAI_LOGE("\"%s\" parse failed!", path);
         return false;
     }
