@@ -57,14 +57,9 @@ inline unsigned long long ULL(const void* p) {
     return static_cast<unsigned long long>(U(p));
 }
 
-// addr + offset * elementSize into `point`; false when that lies beyond the address space, where a
-// wrapped sum could otherwise land back inside the block.
-bool PointOf(const void* addr, unsigned long offset, unsigned long elementSize, uintptr_t* point) {
-    uintptr_t bytes = 0;
-    return !__builtin_mul_overflow(offset, elementSize, &bytes) && !__builtin_add_overflow(U(addr), bytes, point);
-}
-
-// Fewer than `size` bytes from `point` up to `end`, without forming point + size.
+// Fewer than `size` bytes from `point` up to `end`. point + size is not formed: a size near the top of
+// the range would wrap it back inside the block. (The point itself wraps on purpose: offsets before
+// the block are passed as negative numbers.)
 bool PastEnd(uintptr_t point, unsigned long size, uintptr_t end) {
     return point > end || size > end - point;
 }
@@ -212,8 +207,8 @@ bool AlgorithmMemory::mapCheck(void* addr, unsigned long offset, unsigned long e
     auto it = sMemMap.find(addr);
     if (it == sMemMap.end()) return false;
     const AlgoMemInfo& info = it->second;
-    uintptr_t point = 0;
-    if (!PointOf(addr, offset, elementSize, &point) || point < U(info.startAddr) || point >= U(info.endAddr)) {
+    const uintptr_t point = U(addr) + offset * elementSize;
+    if (point < U(info.startAddr) || point >= U(info.endAddr)) {
         VEMO_LOGE(
             "SDK_OUT_OF_MEMORY_ERR! begin 0x%llx, end 0x%llx, point 0x%llx, offset %lu, elementSize %ld, "
             "File: %s, "
@@ -259,9 +254,8 @@ bool AlgorithmMemory::checkMemcpyAddr(void* addr, unsigned long offset, unsigned
     }
     const uintptr_t start = U(info->startAddr);
     const uintptr_t end = U(info->endAddr);
-    uintptr_t point = 0;
-    const bool wrapped = !PointOf(addr, offset, elementSize, &point);
-    if (!wrapped && point < start) {
+    const uintptr_t point = U(addr) + offset * elementSize;
+    if (point < start) {
         VEMO_LOGE(
             "SDK_OUT_OF_MEMORY_ERR! Source File: %s, Line Num: %d begin 0x%llx, end 0x%llx, point "
             "0x%llx,offset "
@@ -271,7 +265,7 @@ bool AlgorithmMemory::checkMemcpyAddr(void* addr, unsigned long offset, unsigned
             static_cast<long>(start - point));
         return false;
     }
-    if (wrapped || PastEnd(point, size, end)) {
+    if (PastEnd(point, size, end)) {
         VEMO_LOGE(
             "SDK_OUT_OF_MEMORY_ERR! Source File: %s, Line Num: %d begin 0x%llx, end 0x%llx, point "
             "0x%llx,offset %lu, "
