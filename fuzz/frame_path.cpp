@@ -1,8 +1,7 @@
 // Each back-end's frame path with fuzzed frame descriptions and processing parameters over real
 // buffers. The input picks the back-end, the model's tensor sizes, a few configuration values and the
 // model set-up, then describes up to six frames. Buffers are allocated from each description, so
-// plane sizes always match them; input and output share width, height and strides (the packing
-// addresses both with the output's), and a MediaTek frame's first plane is at least the model's tensor
+// plane sizes always match them, and a MediaTek frame's first plane is at least the model's tensor
 // (the runtime is handed the caller's buffer at the model's size).
 #include <algorithm>
 #include <cstddef>
@@ -11,7 +10,6 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -67,6 +65,11 @@ struct Image {
 struct Geometry {
     int32_t width, height, stride;
 };
+
+Geometry TakeGeometry(vai_fuzz::Reader& in) {
+    const int32_t w = in.Range(0, kMaxSide), h = in.Range(0, kMaxSide);
+    return {w, h, w * 2 + in.Range(0, 7)};
+}
 
 void Describe(Image& img, const Geometry& g, vai_fuzz::Reader& in, size_t min_plane0) {
     const uint8_t count = in.Byte() % 4, planes = in.Byte() % 6;
@@ -172,13 +175,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
 
     for (int frame = 0; frame < kMaxFrames && in.Left() > 0; ++frame) {
-        const int32_t w = in.Range(0, kMaxSide), h = in.Range(0, kMaxSide);
-        const Geometry g{w, h, w * 2 + in.Range(0, 7)};
+        const uint8_t shape = in.Byte();
+        Geometry g = TakeGeometry(in);
         Image src, dst;
         Describe(src, g, in, which == 0 ? 0 : frame_bytes);
-        if (in.Bit()) {
+        if (shape & 1) {
             std::memcpy(dst.rec, src.rec, sizeof(dst.rec));  // in place
         } else {
+            if (shape & 2) g = TakeGeometry(in);  // an output of another size
             Describe(dst, g, in, which == 0 ? 0 : frame_bytes);
         }
         vAIPROC::ProcParams_ params{};
