@@ -3,8 +3,11 @@
 #include <rapidjson/filereadstream.h>
 #include <rapidjson/reader.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <string>
 
 #include "algocore/utils/vai_log.h"
 
@@ -28,7 +31,7 @@ class DepthLimited {
     bool Int64(int64_t i) { return doc_.Int64(i); }
     bool Uint64(uint64_t u) { return doc_.Uint64(u); }
     bool Double(double d) { return doc_.Double(d); }
-    bool RawNumber(const char* s, rapidjson::SizeType n, bool copy) { return doc_.RawNumber(s, n, copy); }
+    bool RawNumber(const char* s, rapidjson::SizeType n, bool) { return Number(std::string(s, n)); }
     bool String(const char* s, rapidjson::SizeType n, bool copy) { return doc_.String(s, n, copy); }
     bool Key(const char* s, rapidjson::SizeType n, bool copy) { return doc_.Key(s, n, copy); }
     bool StartObject() { return Enter() && doc_.StartObject(); }
@@ -37,6 +40,24 @@ class DepthLimited {
     bool EndArray(rapidjson::SizeType n) { return Leave() && doc_.EndArray(n); }
 
   private:
+    // Numbers arrive as text (RapidJSON 1.1.0's own conversion of some long fractions reads outside
+    // its tables) and get the types RapidJSON would give them: integers the narrowest of unsigned,
+    // int, 64-bit, and everything else a double, rounded correctly as full precision promises.
+    bool Number(const std::string& text) {
+        if (text.find_first_of(".eE") == std::string::npos) {
+            errno = 0;
+            if (text[0] == '-') {
+                const long long v = std::strtoll(text.c_str(), nullptr, 10);
+                if (errno != ERANGE) return v >= INT32_MIN ? doc_.Int(static_cast<int>(v)) : doc_.Int64(v);
+            } else {
+                const unsigned long long v = std::strtoull(text.c_str(), nullptr, 10);
+                if (errno != ERANGE) {
+                    return v <= UINT32_MAX ? doc_.Uint(static_cast<unsigned>(v)) : doc_.Uint64(v);
+                }
+            }
+        }
+        return doc_.Double(std::strtod(text.c_str(), nullptr));
+    }
     bool Enter() { return ++depth_ <= kMaxDepth; }
     bool Leave() { return depth_-- > 0; }
     rapidjson::Document& doc_;
@@ -50,7 +71,7 @@ struct ParseInto {
     bool operator()(rapidjson::Document& doc) {
         DepthLimited handler(doc);
         rapidjson::GenericReader<rapidjson::UTF8<>, rapidjson::UTF8<>> reader;
-        result = reader.Parse<kParseFlags>(stream, handler);
+        result = reader.Parse<kParseFlags | rapidjson::kParseNumbersAsStringsFlag>(stream, handler);
         return !result.IsError();
     }
 };
