@@ -27,12 +27,40 @@ TEST_F(JsonTest, ParseFile) {
     EXPECT_DOUBLE_EQ(doc_["b"].GetDouble(), 0.1);
     EXPECT_EQ(doc_["key1999"].GetUint() + doc_["last"].GetUint(), 1999u + 4242u);
 
+    // A valid number whose conversion in RapidJSON 1.1.0 reads far outside its tables (and crashes,
+    // found by fuzzing); numbers keep the types RapidJSON gives them.
+    const std::string long_fraction = "55550000050.0555" + std::string(60, '0') + "26043" +
+                                      std::string(70, '0') + "26043806" + std::string(180, '0') + "3e-350";
+    ASSERT_TRUE(JsonParseFile(Write("{\"a\": " + long_fraction + ", \"u\": 4294967295, \"i\": -2147483648, "
+                                    "\"u64\": 4294967296, \"i64\": -2147483649, \"big\": 18446744073709551616, "
+                                    "\"e\": 1e2, \"neg\": -0}")
+                                  .c_str(),
+                              doc_));
+    EXPECT_EQ(doc_["a"].GetDouble(), 0.0);  // 5.6e-340 is below the smallest double
+    EXPECT_TRUE(doc_["u"].IsUint() && doc_["i"].IsInt() && !doc_["i"].IsUint());
+    EXPECT_EQ(doc_["u"].GetUint(), 4294967295u);
+    EXPECT_EQ(doc_["i"].GetInt(), -2147483647 - 1);
+    EXPECT_TRUE(doc_["u64"].IsUint64() && !doc_["u64"].IsUint() && doc_["i64"].IsInt64() && !doc_["i64"].IsInt());
+    EXPECT_EQ(doc_["i64"].GetInt64(), -2147483649LL);
+    EXPECT_TRUE(doc_["big"].IsDouble() && doc_["e"].IsDouble() && doc_["neg"].IsUint());
+    EXPECT_DOUBLE_EQ(doc_["big"].GetDouble() + doc_["e"].GetDouble(), 18446744073709551616.0 + 100.0);
+
+    // Nesting is refused past 128 levels, before the recursive parser can exhaust a small stack.
+    const std::string deep = std::string(128, '[') + std::string(128, ']');
+    ASSERT_TRUE(JsonParseFile(Write("{\"a\": " + deep.substr(1, 254) + "}").c_str(), doc_));
+    EXPECT_TRUE(doc_["a"].IsArray());
+
     const std::string missing = std::string(VAI_TEST_BINARY_DIR) + "/no_such.json",
-                      broken = Write("{ \"a\": [1, 2 }");
+                      broken = Write("{ \"a\": [1, 2 }"), deeper = Write("[" + deep + "]"),
+                      abyss = Write(std::string(1000000, '['));
     EXPECT_FALSE(JsonParseFile(missing.c_str(), doc_));
     EXPECT_FALSE(JsonParseFile(broken.c_str(), doc_));
+    EXPECT_FALSE(JsonParseFile(deeper.c_str(), doc_));
+    EXPECT_FALSE(JsonParseFile(abyss.c_str(), doc_));
     EXPECT_EQ(log_.Texts(), (std::vector<std::string>{"file \"" + missing + "\" fopen failed!",
-                                                      "\"" + broken + "\" parse failed!"}));
+                                                      "\"" + broken + "\" parse failed!",
+                                                      "\"" + deeper + "\" parse failed!",
+                                                      "\"" + abyss + "\" parse failed!"}));
 }
 
 // Member "k" of {"k": json} read into 8 entries pre-filled with 99: with JsonGet where max is kOne, else with

@@ -273,6 +273,8 @@ TEST_F(MemoryTraceTest, RangeChecksFollowTheBlockTheyStartIn) {
         {A + 100, 0, 1, 50, true, false, 0},    {A - 10, 0, 1, 50, true, false, 0},
         {C + 5, 0, 1, 50, true, false, 0},      {C, 0, 1, 11, false, false, 1},
         {B + 2000, 0, 1, 2096, true, false, 0}, {B + 2000, 0, 1, 3000, false, false, 904},
+        // A size whose end wraps the address space must not land back inside the block.
+        {A, 0, 1, N(-1), false, false, N(-101)}, {A + 50, 0, 1, N(-40), false, false, N(-90)},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);

@@ -1,6 +1,7 @@
 // The MediaTek back-ends, mode 9 (YUV) and mode 10 (RAW): typed tests over one row per mode.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -47,6 +48,7 @@ struct MtkYuv {
         {0, 1000, 1.0f, {}, 12, 25},   {0, 500, 1.5f, {}, 0, 191},   {0, 30000, 2.0f, {}, 204, 252},
         {0, 799, 0.5f, {}, 0, 25},     {0, 1600, 1.4f, {}, 51, 158}, {0, 25600, 1, {}, 204, 25},
         {4, 1000, 12.0f, {}, 12, 252}, {2, 1000, 0.9f, {}, 12, 191}, {0, 1000, 1.5f, {300}, 44, 191},
+        {0, 1000, std::nanf(""), {}, 12, 25},
     };
     static inline const std::vector<const char*> kBoostKeys{"BoostValue4K", "BoostValue1080P"};
     // The 1080P model of each camera: the session of camera mode 1.

@@ -344,20 +344,30 @@ TEST_F(QcomTest, FramesThatCannotBeProcessedAreCopied) {
     t.cams[1].processEnable = 0;
     Start(t, 0);
     pxrt_test::SetRunHook(FillOutput(1));
+    using Img = vAIPROC::VAI_IMG_;
     const struct {
         const char* name;
         int cam;
         int width, in_bits, out_bits;
+        void (*edit)(Img& in, Img& out);
     } cases[] = {
-        {"disabled camera type", 1, kW, 10, 10},  {"camera type above the record", 5, kW, 10, 10},
-        {"negative camera type", -2, kW, 10, 10}, {"8-bit input", 0, kW, 8, 10},
-        {"8-bit output", 0, kW, 10, 8},           {"tensors smaller than the frame", 0, 2 * kW, 10, 10},
+        {"disabled camera type", 1, kW, 10, 10, nullptr},
+        {"camera type above the record", 5, kW, 10, 10, nullptr},
+        {"negative camera type", -2, kW, 10, 10, nullptr},
+        {"8-bit input", 0, kW, 8, 10, nullptr},
+        {"8-bit output", 0, kW, 10, 8, nullptr},
+        {"tensors smaller than the frame", 0, 2 * kW, 10, 10, nullptr},
+        {"input narrower than the output", 0, kW, 10, 10, [](Img& in, Img&) { in.width -= 2; }},
+        {"input taller than its planes", 0, kW, 10, 10, [](Img& in, Img&) { in.height += 2; }},
+        {"rows longer than the stride", 0, kW, 10, 10,
+         [](Img& in, Img& out) { in.stride[0] = out.stride[0] = 2 * kW - 4; }},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         log_.Clear();
         auto in = MakeFrame(c.width, kH, 0x1234, 0x5678), out = MakeFrame(c.width, kH);
         in->img()->btw = static_cast<int8_t>(c.in_bits), out->img()->btw = static_cast<int8_t>(c.out_bits);
+        if (c.edit) c.edit(*in->img(), *out->img());
         EXPECT_EQ(Process(*out, *in, c.cam), 0);
         EXPECT_EQ(out->Bytes(), in->Bytes());
         EXPECT_EQ(log_.Lines().size(), 1u);

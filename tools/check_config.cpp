@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "algocore/utils/json_utils.h"
+#include "interface/VideoAIProc.h"
 #include "tuning_modes.h"
 
 namespace vaitool {
@@ -64,13 +66,25 @@ class Checker {
         std::ifstream in(args_.file, std::ios::binary);
         const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
         rapidjson::Document doc;
-        // The loader's flags: comments allowed, full-precision numbers.
-        doc.Parse<rapidjson::kParseCommentsFlag | rapidjson::kParseFullPrecisionFlag>(text.c_str());
-        if (doc.HasParseError()) {
-            const size_t at = doc.GetErrorOffset();
-            const auto line = 1 + std::count(text.begin(), text.begin() + std::min(at, text.size()), '\n');
-            Error("", std::string("not valid JSON: ") + rapidjson::GetParseError_En(doc.GetParseError()) +
-                          " (line " + std::to_string(line) + ")");
+        // The library's own parse, which refuses what its loaders would not survive (deep nesting,
+        // numbers RapidJSON's conversion crashes on). Its log line would repeat the finding.
+        const unsigned char level = g_log_level;
+        g_log_level = 0;
+        const bool parsed = JsonParseFile(args_.file.c_str(), doc);
+        g_log_level = level;
+        if (!parsed) {
+            // Only to say where the text breaks: numbers stay text and nothing recurses.
+            rapidjson::Document probe;
+            probe.Parse<rapidjson::kParseCommentsFlag | rapidjson::kParseNumbersAsStringsFlag |
+                        rapidjson::kParseIterativeFlag>(text.c_str());
+            if (probe.HasParseError()) {
+                const size_t at = probe.GetErrorOffset();
+                const auto line = 1 + std::count(text.begin(), text.begin() + std::min(at, text.size()), '\n');
+                Error("", std::string("not valid JSON: ") + rapidjson::GetParseError_En(probe.GetParseError()) +
+                              " (line " + std::to_string(line) + ")");
+            } else {
+                Error("", "objects and arrays nest deeper than the library reads");
+            }
         } else if (!doc.IsObject()) {
             Error("", "the file must be an object with one member per project");
         } else {

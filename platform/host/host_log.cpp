@@ -53,8 +53,8 @@ extern "C" int __android_log_write(int prio, const char* tag, const char* text) 
 }
 
 extern "C" int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap) {
-    char buf[1024];  // Android's own limit on one log payload
-    std::vsnprintf(buf, sizeof(buf), fmt == nullptr ? "" : fmt, ap);
+    char buf[1024] = "";  // Android's own limit on one log payload
+    if (fmt != nullptr) std::vsnprintf(buf, sizeof(buf), fmt, ap);
     return __android_log_write(prio, tag, buf);
 }
 

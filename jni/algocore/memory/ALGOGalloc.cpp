@@ -57,6 +57,13 @@ inline unsigned long long ULL(const void* p) {
     return static_cast<unsigned long long>(U(p));
 }
 
+// Fewer than `size` bytes from `point` up to `end`. point + size is not formed: a size near the top of
+// the range would wrap it back inside the block. (The point itself wraps on purpose: offsets before
+// the block are passed as negative numbers.)
+bool PastEnd(uintptr_t point, unsigned long size, uintptr_t end) {
+    return point > end || size > end - point;
+}
+
 unsigned long Insert(unsigned long long handle, void* addr, unsigned long size, int type, const char* file,
                      int line) {
     auto& map = AlgorithmMemory::sMemMap;
@@ -210,7 +217,7 @@ bool AlgorithmMemory::mapCheck(void* addr, unsigned long offset, unsigned long e
             line);
         return false;
     }
-    if (point + size > U(info.endAddr)) {
+    if (PastEnd(point, size, U(info.endAddr))) {
         VEMO_LOGE(
             "SDK_OUT_OF_MEMORY_ERR! begin 0x%llx, end 0x%llx, point 0x%llx, offset %lu, elementSize %ld,size "
             "%lu, "
@@ -258,7 +265,7 @@ bool AlgorithmMemory::checkMemcpyAddr(void* addr, unsigned long offset, unsigned
             static_cast<long>(start - point));
         return false;
     }
-    if (point + size > end) {
+    if (PastEnd(point, size, end)) {
         VEMO_LOGE(
             "SDK_OUT_OF_MEMORY_ERR! Source File: %s, Line Num: %d begin 0x%llx, end 0x%llx, point "
             "0x%llx,offset %lu, "

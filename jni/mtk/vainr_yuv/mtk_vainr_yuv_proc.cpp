@@ -167,7 +167,8 @@ uint8_t ZoomScalar(int32_t cam, float base_zoom) {
     }
     const auto v = static_cast<float>(static_cast<double>(r) * 1.3048 - 1.2049);
     int32_t zs = 0;
-    if (v < 0.099f) {
+    // Written so that a ratio that is not a number takes the small-ratio value instead of a cast of NaN.
+    if (!(v >= 0.099f)) {
         zs = 25;
     } else if (v > 0.99f) {
         zs = -4;  // byte 252: the model was trained with this value for large ratios

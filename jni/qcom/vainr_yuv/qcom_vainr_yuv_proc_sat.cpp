@@ -231,12 +231,35 @@ bool BuildInstance(VAINR_Ctx_* ctx, const InitParams_* params) {
     return true;
 }
 
+// The planes the kernels touch exist and hold every row pair of the frame: luma, and chroma at half
+// height when `planes` is 2, all addressed with stride[0].
+bool PlanesHoldFrame(const VAI_IMG_& img, int planes) {
+    const int64_t pairs = img.height / 2, stride = img.stride[0];
+    if (img.plane_num < planes || stride < int64_t(img.width / 2) * 4) return false;
+    for (int p = 0; p < planes; ++p) {
+        const int64_t rows = p == 0 ? 2 * pairs : pairs;
+        if (img.plane_addr[p] == nullptr || int64_t(img.plane_size[p]) < rows * stride) return false;
+    }
+    return true;
+}
+
 // What the kernels refuse, checked before anything is packed, so that such a frame is copied instead
-// of leaving the output half written: 16-bit samples, and tensors that hold the packed frame.
+// of leaving the output half written: 16-bit samples, two images of one geometry (the kernels address
+// the input with the output's stride and size) whose planes hold the frame, and tensors that hold the
+// packed frame.
 bool FrameFits(const VAINR_Ctx_& ctx, const VAI_IMG_& out, const VAI_IMG_& in) {
     if (in.btw <= 8 || out.btw <= 8) {
         VAI_LOGE("btw of input(%d) and output(%d) image must be above 8 bits! execute ALGO_MEMCPY", in.btw,
                  out.btw);
+        return false;
+    }
+    const int planes = ctx.cfg.processType == 1 ? 2 : 1;
+    if (in.width != out.width || in.height != out.height || in.stride[0] != out.stride[0] ||
+        !PlanesHoldFrame(in, planes) || !PlanesHoldFrame(out, planes)) {
+        VAI_LOGE("input (%dx%d, stride %d, %d planes) and output (%dx%d, stride %d, %d planes) do not hold "
+                 "one %d-plane frame! execute ALGO_MEMCPY",
+                 in.width, in.height, in.stride[0], in.plane_num, out.width, out.height, out.stride[0],
+                 out.plane_num, planes);
         return false;
     }
     const VAI_HANDLE_& h = ctx.vai_handle;
