@@ -18,8 +18,8 @@ isos=${ISOS:-"3200 12800"}
 skdata=/usr/lib/python3/dist-packages/skimage/data
 # The photographs train.py holds out for validation.
 photos=${PHOTOS:-"$skdata/astronaut.png $skdata/chelsea.png $skdata/coffee.png"}
-hqdn3d_grid=${HQDN3D_GRID:-"2 4 6 9 13 18"}
-nlmeans_grid=${NLMEANS_GRID:-"2 3 5 8 12"}
+hqdn3d_grid=${HQDN3D_GRID:-"4 9 13 18 24 32"}
+nlmeans_grid=${NLMEANS_GRID:-"3 5 8 12 16"}
 
 for need in "$tool" "$runtime"; do
     [ -e "$need" ] || { echo "quality.sh: $need is missing: build the host preset first" >&2; exit 1; }
@@ -66,7 +66,7 @@ for photo in $photos; do
             read -r mode config model <<< "$entry"
             echo "[$run/$runs]   library, mode $mode" >&2
             log=$("$tool" denoise -i "$out/noisy.y4m" -o "$out/lib.y4m" -m "$mode" -c "$config" --model "$model" \
-                --iso "$iso" -l 1)
+                --iso "$iso" -l 0)
             fps=$(sed -n 's/^speed: \([0-9.]*\) frames per second.*/\1/p' <<< "$log")
             own=$(sed -n 's/.*library.s own work \([0-9.]*\) ms.*/\1/p' <<< "$log")
             read -r p s <<< "$(measure "$out/clean.y4m" "$out/lib.y4m")"
