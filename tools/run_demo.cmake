@@ -21,12 +21,14 @@ endfunction()
 file(MAKE_DIRECTORY ${OUT})
 set(ENV{VAI_PXRT_LIBRARY} ${RUNTIME})
 
-# Per format: the clips' extension, the tool's raw-clip options and the noisy row's name.
+# Per format: the clips' extension, the tool's raw-clip options (synth: its format) and the noisy row's
+# name.
 set(ext_yuv y4m)
 set(opts_yuv "")
 set(noisy_yuv noisy)
 set(ext_bayer10 bayer)
 set(opts_bayer10 -W ${W} -H ${H} --format bayer10)
+set(synth_bayer10 --format bayer10)
 set(noisy_bayer10 "noisy (raw)")
 
 string(REPLACE "," ";" modes "${MODES}")
@@ -51,7 +53,7 @@ foreach(entry IN LISTS modes)
         endif()
         message(STATUS "Synthesising ${FRAMES} ${what} at ISO ${ISO} from ${PHOTO}")
         run_tool(out synth ${PHOTO} -o ${OUT}/noisy.${ext} --clean ${OUT}/clean.${ext} --iso ${ISO} -n ${FRAMES}
-                 -W ${W} -H ${H} ${opts_${format}})
+                 -W ${W} -H ${H} ${synth_${format}})
         set(clips_${format} ${OUT}/noisy.${ext})
         set(rows_${format} "noisy.${ext}|${noisy_${format}}")
     endif()
@@ -69,10 +71,14 @@ foreach(entry IN LISTS modes)
     list(APPEND rows_${format} "mode${mode}.${ext}|mode ${mode}")
 endforeach()
 
-# Columns of 11 characters: the clip's name, then numbers aligned right.
+# The clip's name in 12 characters, then numbers aligned right in 11.
 function(cell out text left)
     string(LENGTH "${text}" n)
-    math(EXPR pad "11 - ${n}")
+    set(width 11)
+    if(left)
+        set(width 12)
+    endif()
+    math(EXPR pad "${width} - ${n}")
     if(pad LESS 1)
         set(pad 1)
     endif()
