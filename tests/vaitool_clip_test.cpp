@@ -248,7 +248,8 @@ TEST_F(ClipTest, SynthBayerFollowsTheSensorModel) {
             for (size_t i = 0; i < 2; ++i) {
                 for (int y = sy; y < f.height; y += 2) {
                     for (int x = sx; x < f.width; x += 2) {
-                        EXPECT_EQ(vaitool::Sample(clean[i].data(), f, 0, x, y), int(std::floor(level + 64.5)));
+                        EXPECT_EQ(vaitool::Sample(clean[i].data(), f, 0, x, y),
+                                  int(std::floor(level + 64.5)));
                         const double d = vaitool::Sample(noisy[i].data(), f, 0, x, y) - 64 - level;
                         sum += d, squares += d * d, n += 1;
                     }
@@ -304,11 +305,12 @@ TEST_F(ClipTest, CompareToolOnBayerClips) {
     a.height = 64, a.frames = 1, a.clean = kDir + "tint.bayer";
     ASSERT_EQ(vaitool::Synth(a), 0);
     const std::string csv = kDir + "tint.csv", png = kDir + "tint_side.png";
-    const ToolRun run =
-        Tool("compare " + a.clean + " " + a.clean + " -W 64 -H 64 --format bayer10 --csv " + csv + " --png " + png);
+    const ToolRun run = Tool("compare " + a.clean + " " + a.clean + " -W 64 -H 64 --format bayer10 --csv " +
+                             csv + " --png " + png);
     ASSERT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(Read(csv), "clip,frame,y_psnr_db,y_ssim,uv_psnr_db,uv_ssim\ntint.bayer,0,inf,1.000000,-,-\n"
-                         "tint.bayer,mean,inf,1.000000,-,-\n");
+    EXPECT_EQ(Read(csv),
+              "clip,frame,y_psnr_db,y_ssim,uv_psnr_db,uv_ssim\ntint.bayer,0,inf,1.000000,-,-\n"
+              "tint.bayer,mean,inf,1.000000,-,-\n");
     const cv::Mat side = cv::imread(png);
     ASSERT_EQ(side.size(), cv::Size(128, 64));
     const cv::Vec3b centre = side.at<cv::Vec3b>(56, 96);  // below the label
@@ -333,13 +335,14 @@ TEST_F(ClipTest, ParameterRowsHoldUntilTheNext) {
 // network that hands back its input (exact for 8-bit clips, which the tool widens and narrows).
 TEST_F(ClipTest, DenoiseWritesTheInputsContainerAndFormat) {
     const ClipFormat y4m8 = Format(true, Layout::kNV12, 64, 48), y4m10 = Format(true, Layout::kP010, 64, 48),
-                     nv21 = Format(false, Layout::kNV21, 64, 48), bayer = Format(false, Layout::kBayer10, 64, 48);
+                     nv21 = Format(false, Layout::kNV21, 64, 48),
+                     bayer = Format(false, Layout::kBayer10, 64, 48);
     Write(kDir + "copy.model", "pxrt-test-model\ninput 3072\noutput 3072\nrun copy\n");
     Write(kDir + "copy_bayer.model", "pxrt-test-model\ninput 6144\noutput 6144\nrun copy\n");
     const std::string mode1 =
         " -m 1 -c " VAI_TEST_SOURCE_DIR "/models/mode1/qcom_run.json --model " + kDir + "copy.model";
-    const std::string mode10 =
-        " -m 10 -c " VAI_TEST_SOURCE_DIR "/models/mode10/mtk_raw_run.json --model " + kDir + "copy_bayer.model";
+    const std::string mode10 = " -m 10 -c " VAI_TEST_SOURCE_DIR "/models/mode10/mtk_raw_run.json --model " +
+                               kDir + "copy_bayer.model";
     struct Row {
         ClipFormat format;
         std::string name, args;
@@ -360,6 +363,12 @@ TEST_F(ClipTest, DenoiseWritesTheInputsContainerAndFormat) {
         EXPECT_EQ(run.status, 0) << run.err;
         EXPECT_EQ(Read(kDir + "out_" + r.name), Read(kDir + r.name));
     }
+    // A failed mode-10 model set-up has destroyed the instance: the tool must not tear it down again.
+    const ToolRun failed =
+        Tool("denoise -l 0 -i " + kDir + "in10.bayer -o " + kDir + "failed.bayer -W 64 -H 48 -m 10 -c " +
+             VAI_TEST_SOURCE_DIR "/models/mode10/mtk_raw_run.json --model \"\"");
+    EXPECT_EQ(failed.status, 1) << failed.err;
+    EXPECT_NE(failed.err.find("initialisation of mode 10 failed"), std::string::npos) << failed.err;
 }
 
 TEST_F(ClipTest, ArgumentErrorsSayTheRuleAndLeaveNoOutput) {

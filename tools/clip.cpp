@@ -95,8 +95,8 @@ const char* LayoutName(Layout layout) {
 
 std::string ClipFormat::Describe() const {
     std::ostringstream s;
-    s << width << "x" << height << " " << (y4m ? "Y4M 4:2:0" : LayoutName(layout)) << (bayer() ? " RGGB " : " ")
-      << bits << "-bit";
+    s << width << "x" << height << " " << (y4m ? "Y4M 4:2:0" : LayoutName(layout))
+      << (bayer() ? " RGGB " : " ") << bits << "-bit";
     return s.str();
 }
 

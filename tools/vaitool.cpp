@@ -213,7 +213,8 @@ int Denoise(const Options& opt) {
     static int bypass_token;
     if (handle == nullptr && mode == 0) handle = &bypass_token;
     // Model set-up answers the camera type, or -1; mode 10 then has destroyed the instance itself.
-    const bool model_failed = handle != nullptr && HasModelStage(mode) && Video_AI_Model_Init(handle, &init) < 0;
+    const bool model_failed =
+        handle != nullptr && HasModelStage(mode) && Video_AI_Model_Init(handle, &init) < 0;
     if (handle == nullptr || model_failed) {
         if (handle != nullptr && mode != 10) Video_AI_Proc_Uninit(handle);
         std::fprintf(stderr, "error: initialisation of mode %d failed (see the log)\n", mode);
@@ -320,7 +321,8 @@ int main(int argc, char** argv) {
     CLI::App* denoise = app.add_subcommand(
         "denoise",
         std::string("Runs a clip through the library and writes the result in the same container and format. "
-                    "Clips: Y4M with 4:2:0 colour tags ") + vaitool::kY4mColourTags +
+                    "Clips: Y4M with 4:2:0 colour tags ") +
+            vaitool::kY4mColourTags +
             ", or raw semi-planar frames (nv12, nv21: 8-bit; p010: 16-bit little-endian words, values "
             "MSB-aligned) of --width x --height. Mode 1 gets 16-bit frames and mode 9 8-bit NV21 ones: the "
             "tool converts and converts back. Mode 10 takes raw RGGB mosaics (bayer10: 16-bit little-endian "
@@ -335,13 +337,16 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(2, 16384) & kEven)
         ->capture_default_str();
     denoise
-        ->add_option("--format", opt.layout,
-                     "raw clip format: nv12, nv21, p010 or bayer10 (default: bayer10 in mode 10, else from --bits)")
+        ->add_option(
+            "--format", opt.layout,
+            "raw clip format: nv12, nv21, p010 or bayer10 (default: bayer10 in mode 10, else from --bits)")
         ->check(CLI::IsMember({"nv12", "nv21", "p010", "bayer10"}));
     denoise->add_option("-b,--bits", opt.bits, "bits per sample of raw clips without --format; value bits in p010")
         ->check(CLI::Range(8, 16))
         ->capture_default_str();
-    denoise->add_option("-m,--mode", opt.mode, "algorithm mode: 0 bypass, 1 Qualcomm YUV, 9 MediaTek YUV, 10 MediaTek RAW")
+    denoise
+        ->add_option("-m,--mode", opt.mode,
+                     "algorithm mode: 0 bypass, 1 Qualcomm YUV, 9 MediaTek YUV, 10 MediaTek RAW")
         ->capture_default_str();
     denoise->add_option("-n,--frames", opt.frames, "frames to synthesise without --input")
         ->check(CLI::Range(1, 100000))
