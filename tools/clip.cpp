@@ -70,7 +70,7 @@ void SemiToPlanar(const std::vector<uint8_t>& frame, const ClipFormat& f, std::v
 const char kY4mColourTags[] = "420jpeg, 420paldv, 420mpeg2, 420 (8-bit), 420p10 (10-bit)";
 
 bool ParseLayout(const std::string& name, Layout* layout) {
-    for (Layout l : {Layout::kNV12, Layout::kNV21, Layout::kP010}) {
+    for (Layout l : {Layout::kNV12, Layout::kNV21, Layout::kP010, Layout::kBayer10}) {
         if (name == LayoutName(l)) {
             *layout = l;
             return true;
@@ -87,13 +87,16 @@ const char* LayoutName(Layout layout) {
             return "nv21";
         case Layout::kP010:
             return "p010";
+        case Layout::kBayer10:
+            return "bayer10";
     }
     return "?";
 }
 
 std::string ClipFormat::Describe() const {
     std::ostringstream s;
-    s << width << "x" << height << " " << (y4m ? "Y4M 4:2:0" : LayoutName(layout)) << " " << bits << "-bit";
+    s << width << "x" << height << " " << (y4m ? "Y4M 4:2:0" : LayoutName(layout))
+      << (bayer() ? " RGGB " : " ") << bits << "-bit";
     return s.str();
 }
 
@@ -116,6 +119,9 @@ std::string ClipReader::Open(const std::string& path, const ClipFormat& raw) {
         std::rewind(file_);
         format_ = raw;
         format_.y4m = false;
+        if (raw.width <= 0 || raw.height <= 0)
+            return "input clip '" + path + "' is not Y4M: raw " + LayoutName(raw.layout) +
+                   " clips need --width and --height";
         const size_t frame = format_.FrameBytes();
         if (size == 0 || frame == 0 || size % frame != 0) {
             std::ostringstream s;
@@ -205,6 +211,7 @@ std::string ClipWriter::Open(const std::string& path, const ClipFormat& format) 
     path_ = path;
     tmp_ = path + ".part";
     format_ = format;
+    if (format.y4m && format.bayer()) return "'" + path + "': Y4M holds YUV only, not Bayer frames";
     file_ = std::fopen(tmp_.c_str(), "wb");
     if (file_ == nullptr) return Errno("cannot write", tmp_);
     if (format.y4m) {
@@ -237,6 +244,7 @@ std::string ClipWriter::Commit() {
 std::vector<uint8_t> ConvertFrame(const std::vector<uint8_t>& frame, const ClipFormat& from,
                                   const ClipFormat& to) {
     if (from.layout == to.layout) return frame;
+    if (from.bayer() || to.bayer()) return {};
     std::vector<uint8_t> out(to.FrameBytes());
     const size_t luma = size_t(from.width) * from.height, total = luma * 3 / 2;
     const bool swap = (from.layout == Layout::kNV21) != (to.layout == Layout::kNV21);

@@ -68,15 +68,38 @@ std::string Number(double v, int decimals) {
     return text;
 }
 
-// One frame as an 8-bit picture, centred crop of at most `w` x `h`, labelled.
-cv::Mat Panel(const std::vector<uint8_t>& frame, const ClipFormat& f, int w, int h,
-              const std::string& label) {
+cv::Mat YuvPicture(const std::vector<uint8_t>& frame, const ClipFormat& f) {
     ClipFormat nv = f;
     nv.layout = f.layout == Layout::kNV21 ? Layout::kNV21 : Layout::kNV12;
     nv.bits = 8;
     std::vector<uint8_t> bytes = ConvertFrame(frame, f, nv);
     cv::Mat yuv(f.height * 3 / 2, f.width, CV_8UC1, bytes.data()), bgr;
     cv::cvtColor(yuv, bgr, nv.layout == Layout::kNV21 ? cv::COLOR_YUV2BGR_NV21 : cv::COLOR_YUV2BGR_NV12);
+    return bgr;
+}
+
+// A mosaic made viewable: levelled, demosaicked, white-balanced and given the display gamma.
+cv::Mat BayerPicture(const std::vector<uint8_t>& frame, const ClipFormat& f) {
+    cv::Mat raw(f.height, f.width, CV_16U), bgr;
+    for (int y = 0; y < f.height; ++y) {
+        uint16_t* row = raw.ptr<uint16_t>(y);
+        for (int x = 0; x < f.width; ++x)
+            row[x] = cv::saturate_cast<uint16_t>((Sample(frame.data(), f, 0, x, y) - kBayerBlack) * 65535.0 /
+                                                 (kBayerWhite - kBayerBlack));
+    }
+    cv::cvtColor(raw, bgr, cv::COLOR_BayerRGGB2BGR);
+    bgr.convertTo(bgr, CV_32F, 1.0 / 65535);
+    cv::multiply(bgr, cv::Scalar(kBayerBlueGain, 1.0, kBayerRedGain), bgr);
+    bgr = cv::min(bgr, 1.0);
+    cv::pow(bgr, 1 / 2.2, bgr);
+    bgr.convertTo(bgr, CV_8U, 255);
+    return bgr;
+}
+
+// One frame as an 8-bit picture, centred crop of at most `w` x `h`, labelled.
+cv::Mat Panel(const std::vector<uint8_t>& frame, const ClipFormat& f, int w, int h,
+              const std::string& label) {
+    const cv::Mat bgr = f.bayer() ? BayerPicture(frame, f) : YuvPicture(frame, f);
     cv::Mat crop = bgr(cv::Rect((f.width - w) / 2, (f.height - h) / 2, w, h)).clone();
     const cv::Point at(12, 36);
     cv::putText(crop, label, at, cv::FONT_HERSHEY_SIMPLEX, 1.0, cv::Scalar(0, 0, 0), 4, cv::LINE_AA);
@@ -93,19 +116,20 @@ int Fail(const std::string& message) {
 
 Quality CompareFrames(const std::vector<uint8_t>& reference, const std::vector<uint8_t>& test,
                       const ClipFormat& f) {
-    const double peak = (1 << f.bits) - 1;
+    const double peak = f.peak();
     Quality q;
     const std::vector<cv::Mat> ry = Planes(reference, f, 0), ty = Planes(test, f, 0);
-    const std::vector<cv::Mat> rc = Planes(reference, f, 1), tc = Planes(test, f, 1);
     q.y_mse = Mse(ry, ty);
-    q.uv_mse = Mse(rc, tc);
     q.y_ssim = Ssim(ry[0], ty[0], peak);
+    if (f.bayer()) return q;
+    const std::vector<cv::Mat> rc = Planes(reference, f, 1), tc = Planes(test, f, 1);
+    q.uv_mse = Mse(rc, tc);
     q.uv_ssim = (Ssim(rc[0], tc[0], peak) + Ssim(rc[1], tc[1], peak)) / 2;
     return q;
 }
 
-double Psnr(double mse, int bits) {
-    const double peak = (1 << bits) - 1;
+double Psnr(double mse, const ClipFormat& f) {
+    const double peak = f.peak();
     return mse == 0 ? std::numeric_limits<double>::infinity() : 10 * std::log10(peak * peak / mse);
 }
 
@@ -128,12 +152,14 @@ int Compare(const CompareArgs& args) {
     csv << "clip,frame,y_psnr_db,y_ssim,uv_psnr_db,uv_ssim\n";
     std::printf("reference: %s (%s)\n%-24s %6s %10s %7s %11s %8s\n", args.reference.c_str(),
                 f.Describe().c_str(), "clip", "frame", "Y PSNR dB", "Y SSIM", "UV PSNR dB", "UV SSIM");
+    // A mosaic has no chroma planes: its one column is all samples.
     auto row = [&](const std::string& clip, const std::string& frame, const Quality& q) {
-        const std::string yp = Number(Psnr(q.y_mse, f.bits), 2), up = Number(Psnr(q.uv_mse, f.bits), 2);
-        std::printf("%-24s %6s %10s %7.4f %11s %8.4f\n", clip.c_str(), frame.c_str(), yp.c_str(), q.y_ssim,
-                    up.c_str(), q.uv_ssim);
+        const bool uv = !f.bayer();
+        const std::string yp = Number(Psnr(q.y_mse, f), 2), up = uv ? Number(Psnr(q.uv_mse, f), 2) : "-";
+        std::printf("%-24s %6s %10s %7.4f %11s %8s\n", clip.c_str(), frame.c_str(), yp.c_str(), q.y_ssim,
+                    up.c_str(), uv ? Number(q.uv_ssim, 4).c_str() : "-");
         csv << clip << "," << frame << "," << yp << "," << Number(q.y_ssim, 6) << "," << up << ","
-            << Number(q.uv_ssim, 6) << "\n";
+            << (uv ? Number(q.uv_ssim, 6) : "-") << "\n";
     };
 
     std::vector<Quality> sums(clips.size());
@@ -194,13 +220,14 @@ void RegisterCompare(CLI::App& app, int& status) {
     CLI::App* sub = app.add_subcommand(
         "compare",
         "Prints luma and chroma PSNR and SSIM of each clip against the reference, per frame and on average "
-        "(mean PSNR: from the mean squared error). Clips must match the reference in size and format.");
+        "(mean PSNR: from the mean squared error). Clips must match the reference in size and format. "
+        "A bayer10 mosaic is measured over all its samples on its black..white scale, in the luma columns.");
     sub->add_option("reference", args->reference, "reference clip")->required()->check(CLI::ExistingFile);
     sub->add_option("clips", args->clips, "clips to measure")->required()->check(CLI::ExistingFile);
     sub->add_option("-W,--width", args->raw.width, "frame width of raw clips");
     sub->add_option("-H,--height", args->raw.height, "frame height of raw clips");
     sub->add_option("--format", *layout, "raw clip format")
-        ->check(CLI::IsMember({"nv12", "nv21", "p010"}))
+        ->check(CLI::IsMember({"nv12", "nv21", "p010", "bayer10"}))
         ->capture_default_str();
     sub->add_option("--csv", args->csv, "also write the table as CSV");
     sub->add_option("--png", args->png, "write one frame of every clip side by side, the reference last");

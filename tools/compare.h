@@ -13,14 +13,14 @@
 namespace vaitool {
 
 struct Quality {
-    double y_mse = 0, uv_mse = 0;    // at the clip's bit depth
+    double y_mse = 0, uv_mse = 0;    // at the clip's bit depth; a mosaic's samples count as luma
     double y_ssim = 0, uv_ssim = 0;  // Gaussian-window SSIM; chroma: mean of both planes
 };
 
 Quality CompareFrames(const std::vector<uint8_t>& reference, const std::vector<uint8_t>& test,
                       const ClipFormat& f);
-// Infinite for equal frames.
-double Psnr(double mse, int bits);
+// On the clip's full scale (ClipFormat::peak); infinite for equal frames.
+double Psnr(double mse, const ClipFormat& f);
 
 struct CompareArgs {
     std::string reference;

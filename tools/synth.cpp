@@ -35,6 +35,14 @@ class Noise {
         return static_cast<float>(std::pow(std::clamp(noisy * gain_ / kFullWell, 0.0, 1.0), 1.0 / kGamma));
     }
 
+    // A linear value, 1 at full scale, through the same model; not clamped, so the read noise can take
+    // it below 0 as it takes a sensor below its black level.
+    double Linear(double linear) {
+        const double electrons = linear * kFullWell / gain_;
+        const double counted = Poisson(electrons);
+        return (counted + kReadNoise * normal_(gen_)) * gain_ / kFullWell;
+    }
+
   private:
     double Poisson(double mean) {
         // Counting for small means; above, the normal approximation is within the quantisation.
@@ -84,6 +92,35 @@ void ToFrame(const cv::Mat& rgb, const ClipFormat& f, std::vector<uint8_t>* fram
     }
 }
 
+// The RGGB mosaic of a frame in linear light, with red and blue divided by the white-balance gains, as
+// models/train/train_mtk.py makes it.
+void ToLinearMosaic(const cv::Mat& bgr, cv::Mat* mosaic) {
+    mosaic->create(bgr.size(), CV_64F);
+    for (int y = 0; y < bgr.rows; ++y) {
+        const cv::Vec3f* src = bgr.ptr<cv::Vec3f>(y);
+        double* dst = mosaic->ptr<double>(y);
+        for (int x = 0; x < bgr.cols; ++x) {
+            const int colour = y % 2 + x % 2;  // 0 red, 1 green, 2 blue
+            const double gain = colour == 0 ? kBayerRedGain : colour == 2 ? kBayerBlueGain : 1.0;
+            dst[x] = std::pow(std::clamp(double(src[x][2 - colour]), 0.0, 1.0), kGamma) / gain;
+        }
+    }
+}
+
+// 10-bit words above the black level, rounded as the training data; with `noise`, through the sensor
+// model first.
+void ToBayerFrame(const cv::Mat& mosaic, Noise* noise, std::vector<uint8_t>* frame) {
+    frame->resize(mosaic.total() * 2);
+    const double* src = mosaic.ptr<double>();
+    for (size_t i = 0; i < mosaic.total(); ++i) {
+        const double v = noise != nullptr ? noise->Linear(src[i]) : src[i];
+        const auto word = static_cast<unsigned>(std::clamp(
+            std::floor(v * (kBayerWhite - kBayerBlack) + kBayerBlack + 0.5), 0.0, double(kBayerWhite)));
+        (*frame)[2 * i] = static_cast<uint8_t>(word);
+        (*frame)[2 * i + 1] = static_cast<uint8_t>(word >> 8);
+    }
+}
+
 bool EndsWith(const std::string& s, const std::string& tail) {
     return s.size() >= tail.size() && s.compare(s.size() - tail.size(), tail.size(), tail) == 0;
 }
@@ -113,10 +150,12 @@ int Synth(const SynthArgs& args) {
     f.width = args.width;
     f.height = args.height;
     f.y4m = EndsWith(args.output, ".y4m");
-    if (f.y4m) {
+    if (f.y4m && args.layout == LayoutName(Layout::kBayer10)) {
+        return Fail("Y4M holds YUV only: name a bayer10 clip other than '.y4m'");
+    } else if (f.y4m) {
         f.layout = args.bits == 8 ? Layout::kNV12 : Layout::kP010;
     } else if (!ParseLayout(args.layout, &f.layout)) {
-        return Fail("--format must be nv12, nv21 or p010");
+        return Fail("--format must be nv12, nv21, p010 or bayer10");
     }
     f.bits = f.wide() ? 10 : 8;
     if (!args.clean.empty() && EndsWith(args.clean, ".y4m") != f.y4m)
@@ -138,13 +177,23 @@ int Synth(const SynthArgs& args) {
     }
     Noise noise(args.seed, args.iso);
     std::vector<uint8_t> frame;
-    cv::Mat view, noisy;
+    cv::Mat view, noisy, mosaic;
     for (int n = 0; n < args.frames; ++n) {
         // Start a tenth into the margin and drift; a long clip rests against the far edge.
         const double ox = std::min(room_x, 0.1 * room_x + kPanX * n),
                      oy = std::min(room_y, 0.1 * room_y + kPanY * n);
         const cv::Matx23d shift(1, 0, -ox, 0, 1, -oy);
         cv::warpAffine(big, view, shift, cv::Size(f.width, f.height), cv::INTER_LINEAR, cv::BORDER_REFLECT);
+        if (f.bayer()) {
+            ToLinearMosaic(view, &mosaic);
+            if (!args.clean.empty()) {
+                ToBayerFrame(mosaic, nullptr, &frame);
+                if (!clean_out.Write(frame)) return Fail("cannot write '" + args.clean + "'");
+            }
+            ToBayerFrame(mosaic, &noise, &frame);
+            if (!noisy_out.Write(frame)) return Fail("cannot write '" + args.output + "'");
+            continue;
+        }
         if (!args.clean.empty()) {
             ToFrame(view, f, &frame);
             if (!clean_out.Write(frame)) return Fail("cannot write '" + args.clean + "'");
@@ -172,7 +221,8 @@ void RegisterSynth(CLI::App& app, int& status) {
         "synth",
         "Makes a noisy clip and its clean reference from an image: a window panning slowly across the "
         "enlarged photograph, with Poisson-Gaussian sensor noise for the given ISO. A .y4m output is Y4M "
-        "(8 or 10 bits), anything else raw frames of --format.");
+        "(8 or 10 bits), anything else raw frames of --format. bayer10 makes RGGB mosaics in linear light "
+        "(16-bit little-endian words, 10-bit values, black 64, white 1023) with the noise on the mosaic.");
     sub->add_option("image", args->image, "photograph (any format OpenCV reads)")
         ->required()
         ->check(CLI::ExistingFile);
@@ -194,7 +244,7 @@ void RegisterSynth(CLI::App& app, int& status) {
         ->check(CLI::Range(2, 16384) & even)
         ->capture_default_str();
     sub->add_option("--format", args->layout, "raw output format")
-        ->check(CLI::IsMember({"nv12", "nv21", "p010"}))
+        ->check(CLI::IsMember({"nv12", "nv21", "p010", "bayer10"}))
         ->capture_default_str();
     sub->add_option("-b,--bits", args->bits, "Y4M output bits")
         ->check(CLI::IsMember({8, 10}))

@@ -1,8 +1,8 @@
 // vaitool: runs clips through libVideoAIProc's entry points, makes test clips and measures them.
 //
 //   vaitool denoise [-i CLIP] [-o CLIP] [-W W -H H --format F] [-m M] [-c FILE] [--model FILE...] ...
-//   vaitool synth IMAGE -o CLIP [--clean CLIP] [--iso N] [-n N] [-W W -H H] [--seed N]
-//   vaitool compare REFERENCE CLIP... [--csv FILE] [--png FILE]
+//   vaitool synth IMAGE -o CLIP [--clean CLIP] [--iso N] [-n N] [-W W -H H] [--format F] [--seed N]
+//   vaitool compare REFERENCE CLIP... [-W W -H H --format F] [--csv FILE] [--png FILE]
 //   vaitool check-config -m M [-p NAME] [--json] FILE
 //   vaitool plot -m M [-p NAME] [-o FILE] FILE
 //   vaitool --version
@@ -47,6 +47,7 @@ struct Options {
     std::string input;
     std::string output = "vaitool_out.yuv";
     int width = 640, height = 480;
+    bool size_given = false;  // --width and --height both on the command line
     int bits = 10;
     std::string layout;  // raw clips; empty: from --bits
     int mode = 0;
@@ -88,14 +89,15 @@ ClipFormat LibraryFormat(int mode, const ClipFormat& clip) {
     return f;
 }
 
-// An image record over a semi-planar frame held in one buffer, as a camera buffer is.
+// An image record over a frame held in one buffer, as a camera buffer is: semi-planar YUV, or a
+// mosaic in plane 0 alone.
 vAIPROC::VAI_IMG_ Describe(std::vector<uint8_t>& frame, const ClipFormat& f) {
     vAIPROC::VAI_IMG_ img{};
     img.btw = static_cast<int8_t>(f.bits);
     img.img_num = 1;
-    img.plane_num = 2;
+    img.plane_num = f.bayer() ? 1 : 2;
     const int stride = f.width * (f.wide() ? 2 : 1);
-    for (int p = 0; p < 2; ++p) {
+    for (int p = 0; p < img.plane_num; ++p) {
         img.plane_addr[p] = frame.data() + (p == 0 ? 0 : f.LumaBytes());
         img.stride[p] = stride;
         img.slice[p] = p == 0 ? f.height : f.height / 2;
@@ -142,21 +144,34 @@ class Progress {
     bool on_;
 };
 
+// The modes whose back-ends set up their model in Video_AI_Model_Init.
+bool HasModelStage(int mode) {
+    return mode == 9 || mode == 10;
+}
+
 int Denoise(const Options& opt) {
     const int mode = opt.mode;
-    if (mode == 10)
-        return Fail("mode 10 takes RAW Bayer frames, and vaitool denoise reads YUV clips only (modes 0, 1, 9)");
-    if (mode != 0 && mode != 1 && mode != 9)
-        return Fail("mode " + std::to_string(mode) + " is not supported (supported: 0 bypass, 1, 9)");
+    if (mode != 0 && mode != 1 && mode != 9 && mode != 10)
+        return Fail("mode " + std::to_string(mode) + " is not supported (supported: 0 bypass, 1, 9, 10)");
     if (mode != 0 && (opt.config.empty() || opt.models.empty()))
         return Fail("mode " + std::to_string(mode) + " needs --config and --model");
 
     ClipFormat raw;
     raw.width = opt.width;
     raw.height = opt.height;
-    raw.layout = opt.bits > 8 ? Layout::kP010 : Layout::kNV12;
+    raw.layout = mode == 10 ? Layout::kBayer10 : opt.bits > 8 ? Layout::kP010 : Layout::kNV12;
     if (!opt.layout.empty()) ParseLayout(opt.layout, &raw.layout);
-    raw.bits = raw.wide() && opt.bits > 8 ? opt.bits : raw.wide() ? 10 : 8;
+    raw.bits = raw.bayer() ? 10 : raw.wide() && opt.bits > 8 ? opt.bits : raw.wide() ? 10 : 8;
+    if (mode == 10 && !raw.bayer())
+        return Fail("mode 10 takes RAW Bayer frames: --format bayer10, not " + opt.layout);
+    if (raw.bayer() && mode != 0 && mode != 10)
+        return Fail("bayer10 clips are RAW Bayer frames, for mode 10 (or 0, bypass), not mode " +
+                    std::to_string(mode));
+    if (raw.bayer() && opt.input.empty())
+        return Fail("bayer10 needs an --input clip (vaitool synth --format bayer10 makes one)");
+    // A mosaic has no header to give its size, and no size is likely enough to be a default: the reader
+    // refuses a raw clip without one.
+    if (raw.bayer() && !opt.size_given) raw.width = raw.height = 0;
 
     FrameSchedule schedule(opt.constant);
     if (!opt.params_csv.empty()) {
@@ -172,7 +187,14 @@ int Denoise(const Options& opt) {
         if (!error.empty()) return Fail(error);
         clip = reader.format();
         frame_count = reader.frame_count();
+        if (clip.y4m && raw.bayer())
+            return Fail("'" + opt.input + "' is Y4M, which holds YUV only; mode " + std::to_string(mode) +
+                        " with bayer10 takes raw Bayer clips");
     }
+    const std::string tail = ".y4m";
+    if (clip.bayer() && opt.output.size() >= tail.size() &&
+        opt.output.compare(opt.output.size() - tail.size(), tail.size(), tail) == 0)
+        return Fail("'" + opt.output + "': Y4M holds YUV only; name the bayer10 output other than .y4m");
     ClipWriter writer;
     if (std::string error = writer.Open(opt.output, clip); !error.empty()) return Fail(error);
 
@@ -190,8 +212,11 @@ int Denoise(const Options& opt) {
     // Bypass creates no instance, yet processing wants a non-null handle.
     static int bypass_token;
     if (handle == nullptr && mode == 0) handle = &bypass_token;
-    if (handle == nullptr || (mode == 9 && Video_AI_Model_Init(handle, &init) != 0)) {
-        if (handle != nullptr) Video_AI_Proc_Uninit(handle);
+    // Model set-up answers the camera type, or -1; mode 10 then has destroyed the instance itself.
+    const bool model_failed =
+        handle != nullptr && HasModelStage(mode) && Video_AI_Model_Init(handle, &init) < 0;
+    if (handle == nullptr || model_failed) {
+        if (handle != nullptr && mode != 10) Video_AI_Proc_Uninit(handle);
         std::fprintf(stderr, "error: initialisation of mode %d failed (see the log)\n", mode);
         return 1;
     }
@@ -255,7 +280,7 @@ int Denoise(const Options& opt) {
     const double wall_s = Seconds(Clock::now() - start);
     uint64_t runtime_us = 0, runs = 0;
     if (runtime_stats != nullptr) runtime_stats(&runtime_us, &runs);
-    if (mode == 9) Video_AI_Model_Uninit(handle);
+    if (HasModelStage(mode)) Video_AI_Model_Uninit(handle);
     if (handle != &bypass_token) Video_AI_Proc_Uninit(handle);
 
     std::printf("vaitool: %s, mode %d (%s), %d frames of %s -> %s\n",
@@ -296,10 +321,12 @@ int main(int argc, char** argv) {
     CLI::App* denoise = app.add_subcommand(
         "denoise",
         std::string("Runs a clip through the library and writes the result in the same container and format. "
-                    "Clips: Y4M with 4:2:0 colour tags ") + vaitool::kY4mColourTags +
+                    "Clips: Y4M with 4:2:0 colour tags ") +
+            vaitool::kY4mColourTags +
             ", or raw semi-planar frames (nv12, nv21: 8-bit; p010: 16-bit little-endian words, values "
             "MSB-aligned) of --width x --height. Mode 1 gets 16-bit frames and mode 9 8-bit NV21 ones: the "
-            "tool converts and converts back.");
+            "tool converts and converts back. Mode 10 takes raw RGGB mosaics (bayer10: 16-bit little-endian "
+            "words, 10-bit values, black 64, white 1023) of --width x --height, passed as they are.");
     denoise->add_option("-i,--input", opt.input, "input clip; without it a raw clip is synthesised")
         ->check(CLI::ExistingFile);
     denoise->add_option("-o,--output", opt.output, "output clip")->capture_default_str();
@@ -309,17 +336,22 @@ int main(int argc, char** argv) {
     denoise->add_option("-H,--height", opt.height, "frame height of raw clips")
         ->check(CLI::Range(2, 16384) & kEven)
         ->capture_default_str();
-    denoise->add_option("--format", opt.layout, "raw clip format: nv12, nv21 or p010 (default: from --bits)")
-        ->check(CLI::IsMember({"nv12", "nv21", "p010"}));
+    denoise
+        ->add_option(
+            "--format", opt.layout,
+            "raw clip format: nv12, nv21, p010 or bayer10 (default: bayer10 in mode 10, else from --bits)")
+        ->check(CLI::IsMember({"nv12", "nv21", "p010", "bayer10"}));
     denoise->add_option("-b,--bits", opt.bits, "bits per sample of raw clips without --format; value bits in p010")
         ->check(CLI::Range(8, 16))
         ->capture_default_str();
-    denoise->add_option("-m,--mode", opt.mode, "algorithm mode: 0 bypass, 1 Qualcomm YUV, 9 MediaTek YUV")
+    denoise
+        ->add_option("-m,--mode", opt.mode,
+                     "algorithm mode: 0 bypass, 1 Qualcomm YUV, 9 MediaTek YUV, 10 MediaTek RAW")
         ->capture_default_str();
     denoise->add_option("-n,--frames", opt.frames, "frames to synthesise without --input")
         ->check(CLI::Range(1, 100000))
         ->capture_default_str();
-    denoise->add_option("-c,--config", opt.config, "JSON configuration file (modes 1, 9)")
+    denoise->add_option("-c,--config", opt.config, "JSON configuration file (modes 1, 9, 10)")
         ->check(CLI::ExistingFile);
     denoise
         ->add_option("--model", opt.models,
@@ -377,6 +409,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     if (!denoise->parsed()) return tool_status;
+    opt.size_given = denoise->count("--width") > 0 && denoise->count("--height") > 0;
     if (opt.log_level >= 0) g_log_level = static_cast<unsigned char>(opt.log_level);
     return Denoise(opt);
 }
