@@ -68,42 +68,39 @@ class QcomTest : public ::testing::Test {
 
 // ---- configuration ----
 
-// The sample file spells out the built-in defaults, so either drifting from the other shows here.
-TEST_F(QcomTest, SampleFileHoldsTheDefaults) {
-    VAINR_CfgPars_ cfg = Defaults();
-    ASSERT_TRUE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(VAI_TEST_SOURCE_DIR "/configs/qcom_vainr_yuv.json",
-                                                       "DemoProject", &cfg));
+// The sample file spells out the built-in defaults. A file's keys land in their fields; cameras beyond the
+// counts and entries past BinNumber keep what the record held.
+TEST_F(QcomTest, ReadsFilesOverTheRecord) {
     VAINR_CfgPars_ expected = Defaults();
-    for (int i = 0; i < 5; ++i) expected.cam[i].camIdx = static_cast<uint32_t>(i);
-    EXPECT_EQ(std::memcmp(&cfg, &expected, sizeof(cfg)), 0);
+    for (uint32_t i = 0; i < 5; ++i) expected.cam[i].camIdx = i;
+    cfg_ = Defaults();
+    ASSERT_TRUE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(VAI_TEST_SOURCE_DIR "/configs/qcom_vainr_yuv.json",
+                                                       "DemoProject", &cfg_));
+    EXPECT_EQ(std::memcmp(&cfg_, &expected, sizeof(cfg_)), 0);
     EXPECT_TRUE(log_.Lines().empty());
-}
 
-// Every key lands in its field; entries past BinNumber and cameras beyond the counts keep what was there.
-TEST_F(QcomTest, ReadsTheFileOverTheRecord) {
     VAINR_CfgPars_ t = Record();
     t.LogLevel = 3;
     t.DumpRangeIdx = 5010;
     t.RearCamNum = 2;
     t.SwitchFrameNum = 9;
-    VAINR_CfgPars_ expected = t;
+    expected = t;
     for (uint32_t i = 0; i < 5; ++i) {
         VAINR_CamPars_ &c = t.cam[i], &e = expected.cam[i];
         c = {7, i % 2, i == 1 ? 16 : 3 + i, 70 + i, {}, {}, {}};
-        if (i < 3) e = {i, c.processEnable, c.BinNumber, c.BoostValue, {}, {}, {}};
         for (uint32_t j = 0; j < 16; ++j) {
             c.NrStrength[j] = i * 100 + j;
             c.ChromaNrStrength[j] = j * 3 + i;
             c.ISOBinIndex[j] = 1000 * i + j;
-            if (i < 3 && j >= c.BinNumber) {
-                e.NrStrength[j] = Defaults().cam[i].NrStrength[j];
-                e.ChromaNrStrength[j] = Defaults().cam[i].ChromaNrStrength[j];
-                e.ISOBinIndex[j] = Defaults().cam[i].ISOBinIndex[j];
-            } else if (i < 3) {
-                e.NrStrength[j] = c.NrStrength[j];
-                e.ChromaNrStrength[j] = c.ChromaNrStrength[j];
-                e.ISOBinIndex[j] = c.ISOBinIndex[j];
-            }
+        }
+        if (i < 3) {
+            e = c;
+            e.camIdx = i;
+        }
+        for (uint32_t j = c.BinNumber; i < 3 && j < 16; ++j) {
+            e.NrStrength[j] = Defaults().cam[i].NrStrength[j];
+            e.ChromaNrStrength[j] = Defaults().cam[i].ChromaNrStrength[j];
+            e.ISOBinIndex[j] = Defaults().cam[i].ISOBinIndex[j];
         }
     }
     ASSERT_TRUE(Load(Json(t, 3)));
