@@ -3,11 +3,10 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <map>
-#include <regex>
 #include <string>
 
 #include "algocore/utils/LogPrintf.h"
@@ -25,11 +24,12 @@ constexpr const char* kP = "vendor.p";
 // Every status the public header names maps back to that name, and no other number has one.
 TEST(StatusToString, NamesExactlyTheHeadersStatuses) {
     std::ifstream header(VAI_TEST_SOURCE_DIR "/jni/algocore/utils/status_code.h");
-    const std::string text{std::istreambuf_iterator<char>(header), std::istreambuf_iterator<char>()};
-    const std::regex entry(R"((SDK_\w+) = (\d+),)");
     std::map<int, std::string> named;
-    for (std::sregex_iterator it(text.begin(), text.end(), entry), end; it != end; ++it) {
-        EXPECT_TRUE(named.emplace(std::stoi((*it)[2]), (*it)[1]).second) << (*it)[1];
+    char name[64];
+    int value = 0;
+    for (std::string line; std::getline(header, line);) {
+        if (std::sscanf(line.c_str(), " SDK_%60[A-Z0-9_] = %d,", name, &value) != 2) continue;
+        EXPECT_TRUE(named.emplace(value, std::string("SDK_") + name).second) << name;
     }
     ASSERT_GT(named.size(), 100u);
     for (int s = -2; s <= 65536; ++s) {
