@@ -16,18 +16,12 @@ namespace {
 
 using namespace qcom_test;
 using pxrt_test::Op;
-using QCOM_VAINR_YUV_PROC::VAINR_CfgPars_;
+using QCOM_VAINR_YUV_PROC::VAINR_CamPars_;
 using QCOM_VAINR_YUV_PROC::VAINR_Init;
 using QCOM_VAINR_YUV_PROC::VAINR_Process;
 using QCOM_VAINR_YUV_PROC::VAINR_Uninit;
 
 constexpr int kW = 32, kH = 16;
-
-VAINR_CfgPars_ Defaults() {
-    VAINR_CfgPars_ c;
-    vai::qcom::SetDefaultCfg(&c);
-    return c;
-}
 
 class QcomTest : public ::testing::Test {
   protected:
@@ -38,9 +32,9 @@ class QcomTest : public ::testing::Test {
     }
     std::string Cfg(const std::string& json) { return WriteTestFile(".json", json); }
     // An instance whose sessions fit kW x kH frames.
-    void Start(const CfgText& t, int cam = 0, const std::function<void(Init&)>& edit = nullptr) {
+    void Start(const VAINR_CfgPars_& t, int cam = 0, const std::function<void(Init&)>& edit = nullptr) {
         pxrt_test::SetDefaultLayout(LayoutFor(kW, kH, t.processType == 1));
-        Init init(Cfg(t.Json()), cam);
+        Init init(Cfg(Json(t)), cam);
         if (edit) edit(init);
         ASSERT_NE(handle_ = VAINR_Init(&init.p), nullptr);
     }
@@ -49,10 +43,16 @@ class QcomTest : public ::testing::Test {
         handle_ = nullptr;
         EXPECT_TRUE(TornDown());
     }
-    static CfgText Quick(unsigned processType = 1) {
-        CfgText t;
+    static VAINR_CfgPars_ Edited(const std::function<void(VAINR_CfgPars_&)>& edit) {
+        VAINR_CfgPars_ t = Record();
+        edit(t);
+        return t;
+    }
+    // The built-in record with the YUV model, and without warm-up frames unless asked for.
+    static VAINR_CfgPars_ Record(unsigned processType = 1, unsigned switchFrames = 0) {
+        VAINR_CfgPars_ t = Defaults();
         t.processType = processType;
-        t.SwitchFrameNum = 0;
+        t.SwitchFrameNum = switchFrames;
         return t;
     }
     int Process(Frame& out, Frame& in, int cam, float iso = 100.0f, float drc = 1.0f) {
@@ -68,48 +68,50 @@ class QcomTest : public ::testing::Test {
 
 // ---- configuration ----
 
-// The sample file spells out the built-in defaults, so either drifting from the other shows here.
-TEST_F(QcomTest, SampleFileHoldsTheDefaults) {
-    VAINR_CfgPars_ cfg = Defaults();
-    ASSERT_TRUE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(VAI_TEST_SOURCE_DIR "/configs/qcom_vainr_yuv.json",
-                                                       "DemoProject", &cfg));
+// The sample file spells out the built-in defaults. A file's keys land in their fields; cameras beyond the
+// counts and entries past BinNumber keep what the record held.
+TEST_F(QcomTest, ReadsFilesOverTheRecord) {
     VAINR_CfgPars_ expected = Defaults();
-    for (int i = 0; i < 5; ++i) expected.cam[i].camIdx = static_cast<uint32_t>(i);
-    EXPECT_EQ(std::memcmp(&cfg, &expected, sizeof(cfg)), 0);
+    for (uint32_t i = 0; i < 5; ++i) expected.cam[i].camIdx = i;
+    cfg_ = Defaults();
+    ASSERT_TRUE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(VAI_TEST_SOURCE_DIR "/configs/qcom_vainr_yuv.json",
+                                                       "DemoProject", &cfg_));
+    EXPECT_EQ(std::memcmp(&cfg_, &expected, sizeof(cfg_)), 0);
     EXPECT_TRUE(log_.Lines().empty());
-}
 
-TEST_F(QcomTest, ReadsEveryKeyUpToBinNumber) {
-    CfgText t;
+    VAINR_CfgPars_ t = Record();
     t.LogLevel = 3;
     t.DumpRangeIdx = 5010;
     t.RearCamNum = 2;
     t.SwitchFrameNum = 9;
-    t.cams.resize(3);
-    t.cams[2] = {0, 77, 3, {1, 2, 3, 99}, {4, 5, 6}, {10, 20, 30}};
-    t.cams[1].BinNumber = 16;
-    for (unsigned i = 0; i < 20; ++i) t.cams[1].iso.push_back(100 * (i + 1));
-    ASSERT_TRUE(Load(t.Json()));
-    const auto& c = cfg_.cam[2];
-    EXPECT_EQ(
-        (std::vector<uint32_t>{cfg_.LogLevel, cfg_.processType, cfg_.DumpRangeIdx, cfg_.SwitchFrameNum}),
-        (std::vector<uint32_t>{3, 1, 5010, 9}));
-    EXPECT_EQ((std::vector<uint32_t>{c.camIdx, c.processEnable, c.BoostValue, c.BinNumber}),
-              (std::vector<uint32_t>{2, 0, 77, 3}));
-    // Entries past BinNumber, and cameras beyond the counts, keep the defaults.
-    EXPECT_EQ(
-        (std::vector<uint32_t>{c.NrStrength[2], c.NrStrength[3], c.ChromaNrStrength[1], c.ISOBinIndex[0]}),
-        (std::vector<uint32_t>{3, 25, 5, 10}));
-    EXPECT_EQ(cfg_.cam[1].ISOBinIndex[15], 800u);  // the 16th of the 28 listed
-    EXPECT_EQ(cfg_.cam[3].camIdx + cfg_.cam[3].BoostValue, 100u);
+    expected = t;
+    for (uint32_t i = 0; i < 5; ++i) {
+        VAINR_CamPars_ &c = t.cam[i], &e = expected.cam[i];
+        c = {7, i % 2, i == 1 ? 16 : 3 + i, 70 + i, {}, {}, {}};
+        for (uint32_t j = 0; j < 16; ++j) {
+            c.NrStrength[j] = i * 100 + j;
+            c.ChromaNrStrength[j] = j * 3 + i;
+            c.ISOBinIndex[j] = 1000 * i + j;
+        }
+        if (i < 3) {
+            e = c;
+            e.camIdx = i;
+        }
+        for (uint32_t j = c.BinNumber; i < 3 && j < 16; ++j) {
+            e.NrStrength[j] = Defaults().cam[i].NrStrength[j];
+            e.ChromaNrStrength[j] = Defaults().cam[i].ChromaNrStrength[j];
+            e.ISOBinIndex[j] = Defaults().cam[i].ISOBinIndex[j];
+        }
+    }
+    ASSERT_TRUE(Load(Json(t, 3)));
+    EXPECT_EQ(std::memcmp(&cfg_, &expected, sizeof(cfg_)), 0);
 
     // A project name of all 16 bytes needs no terminator.
-    t.project = "ABCDEFGHIJKLMNOP";
     const struct {
         char name[16];
         char after[8];
     } p = {{'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H', 'I', 'J', 'K', 'L', 'M', 'N', 'O', 'P'}, "QRSTUVW"};
-    EXPECT_TRUE(Load(t.Json(), p.name));
+    EXPECT_TRUE(Load(Edit(Json(t), "TestProject", "ABCDEFGHIJKLMNOP"), p.name));
 }
 
 TEST_F(QcomTest, RejectsBadFiles) {
@@ -117,9 +119,9 @@ TEST_F(QcomTest, RejectsBadFiles) {
     for (const char* key :
          {"LogLevel", "processType", "DumpRangeIdx", "FrontCamNum", "RearCamNum", "SwitchFrameNum",
           "processEnable", "BoostValue", "BinNumber", "NrStrength", "ChromaNrStrength", "ISOBinIndex"}) {
-        CfgText t;
+        VAINR_CfgPars_ t = Record();
         t.LogLevel = 4;
-        std::string json = t.Json();
+        std::string json = Json(t);
         const std::string needle = std::string("\"") + key + "\":";
         json.replace(json.rfind(needle), needle.size(), "\"x\":");
         EXPECT_FALSE(Load(json)) << key;
@@ -127,24 +129,20 @@ TEST_F(QcomTest, RejectsBadFiles) {
     }
     const struct {
         const char* name;
-        std::function<void(CfgText&)> edit;
+        std::string json;
     } cases[] = {
-        {"six cameras", [](CfgText& t) { t.FrontCamNum = 2, t.cams.resize(6); }},
-        {"camera count wraps", [](CfgText& t) { t.RearCamNum = 4294967295u, t.FrontCamNum = 2; }},
-        {"17 bins", [](CfgText& t) { t.cams[3].BinNumber = 17; }},
-        {"fewer elements than cameras", [](CfgText& t) { t.cams.resize(4); }},
-        {"empty camera array", [](CfgText& t) { t.cams.clear(); }},
-        {"other project", [](CfgText& t) { t.project = "OtherProject"; }},
+        {"six cameras", Json(Edited([](auto& t) { t.FrontCamNum = 2; }), 6)},
+        {"camera count wraps", Json(Edited([](auto& t) { t.RearCamNum = 4294967295u, t.FrontCamNum = 2; }))},
+        {"17 bins", Json(Edited([](auto& t) { t.cam[3].BinNumber = 17; }))},
+        {"fewer elements than cameras", Json(Record(), 4)},
+        {"empty camera array", Json(Record(), 0)},
+        {"other project", Edit(Json(Record()), "TestProject", "OtherProject")},
     };
     for (const auto& c : cases) {
-        CfgText t;
-        c.edit(t);
-        EXPECT_FALSE(Load(t.Json())) << c.name;
+        EXPECT_FALSE(Load(c.json)) << c.name;
     }
     EXPECT_FALSE(Load("{ not json") || Load("[1, 2]"));
-    std::string mistyped = CfgText().Json();
-    mistyped.replace(mistyped.rfind("\"BoostValue\": 100"), 17, "\"BoostValue\": -1 ");
-    EXPECT_FALSE(Load(mistyped));
+    EXPECT_FALSE(Load(Edit(Json(Record()), "\"BoostValue\": ", "\"BoostValue\": -")));
     EXPECT_FALSE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(nullptr, "p", &cfg_));
     EXPECT_FALSE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom("x.json", nullptr, &cfg_));
     EXPECT_FALSE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom("x.json", "p", nullptr));
@@ -155,11 +153,11 @@ TEST_F(QcomTest, RejectsBadFiles) {
 TEST_F(QcomTest, InitHandsTheRuntimeItsArguments) {
     pxrt_test::SetLayout("model3", {{600, 70}, {900}});
     pxrt_test::Fail(Op::kCreateInputTensor, 0, 1);  // a null tensor is not fatal here
-    CfgText t;
+    VAINR_CfgPars_ t = Record();
     t.LogLevel = 5;
     t.DumpRangeIdx = 12345;
-    t.cams[3].BoostValue = 321;
-    Init init(Cfg(t.Json()), 3);
+    t.cam[3].BoostValue = 321;
+    Init init(Cfg(Json(t)), 3);
     const std::string long_path(300, 'm');
     init.p.model_path[1] = long_path.c_str();
     init.p.model_path[2] = nullptr;
@@ -245,7 +243,7 @@ TEST_F(QcomTest, EveryInitFailureTearsDownCompletely) {
         SCOPED_TRACE(f.name);
         pxrt_test::Reset();
         setenv("VAI_PXRT_LIBRARY", VAI_TEST_RUNTIME_PATH, 1);
-        Init init(Cfg(CfgText().Json()), 0);
+        Init init(Cfg(Json(Record())), 0);
         f.setup(init);
         EXPECT_EQ(VAINR_Init(&init.p), nullptr);
         std::vector<Op> ops = Ops();  // up to the teardown's release
@@ -291,12 +289,14 @@ TEST_F(QcomTest, StrengthsFollowTheGainTable) {
         SCOPED_TRACE(c.name);
         pxrt_test::Reset();
         pxrt_test::SetRunHook(FillOutput(1));
-        CfgText t = Quick();
+        VAINR_CfgPars_ t = Record();
         t.RearCamNum = c.rear, t.FrontCamNum = c.front;
-        t.cams[4].processEnable = 0;
+        t.cam[4].processEnable = 0;
         const int cam = c.rear == 4 ? 2 : 4;
-        if (!c.nr.empty()) t.cams[cam].nr = c.nr, t.cams[cam].chroma = c.chroma;
-        t.cams[cam].BinNumber = c.bins;
+        auto& rc = t.cam[cam];
+        std::copy(c.nr.begin(), c.nr.end(), rc.NrStrength);
+        std::copy(c.chroma.begin(), c.chroma.end(), rc.ChromaNrStrength);
+        rc.BinNumber = c.bins;
         Start(t, cam);
         auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH, 0xFFFF, 0xFFFF);
         ASSERT_EQ(Process(*out, *in, cam, c.iso, c.drc), 0);
@@ -318,8 +318,8 @@ TEST_F(QcomTest, PackRunUnpackChain) {
             std::memcpy((*out)[0]->GetData(), (*in)[0]->GetData(), info.bytes);
             return 0;
         });
-        CfgText t = Quick(type);
-        for (auto& c : t.cams) c.nr = c.chroma = {64};
+        VAINR_CfgPars_ t = Record(type);
+        for (auto& c : t.cam) c.NrStrength[0] = c.ChromaNrStrength[0] = 64;
         Start(t, 0);
         auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH);
         in->FillRandom(type);
@@ -340,8 +340,8 @@ TEST_F(QcomTest, PackRunUnpackChain) {
 // Frames the network cannot take are copied unchanged, with an error line, and never reach Run;
 // errors return before anything is written.
 TEST_F(QcomTest, FramesThatCannotBeProcessedAreCopied) {
-    CfgText t = Quick();
-    t.cams[1].processEnable = 0;
+    VAINR_CfgPars_ t = Record();
+    t.cam[1].processEnable = 0;
     Start(t, 0);
     pxrt_test::SetRunHook(FillOutput(1));
     using Img = vAIPROC::VAI_IMG_;
@@ -399,7 +399,7 @@ TEST_F(QcomTest, DumpsTheRequestRange) {
     std::filesystem::remove_all(dir);
     std::filesystem::create_directories(dir);
     setenv("VAI_DUMP_DIR", dir.c_str(), 1);
-    CfgText t = Quick();
+    VAINR_CfgPars_ t = Record();
     t.DumpRangeIdx = 1003;  // requests 1 and 2
     pxrt_test::SetRunHook(FillOutput(7));
     Start(t, 0);
@@ -426,9 +426,8 @@ TEST_F(QcomTest, DumpsTheRequestRange) {
 // The frame-by-frame state machine around camera changes, with each switch thread held in
 // CreateSession until the test lets it go; teardown during the second switch waits for it.
 TEST_F(QcomTest, CameraChangeSwitchesModelsInTheBackground) {
-    CfgText t;
-    t.SwitchFrameNum = 3;
-    t.cams[1].BoostValue = 77;
+    VAINR_CfgPars_ t = Record(1, 3);
+    t.cam[1].BoostValue = 77;
     Gate gates[3];
     pxrt_test::SetCreateSessionHook([&gates](const std::string& model) {
         if (model != "model0") gates[model.back() - '0'].Wait();
@@ -478,7 +477,7 @@ TEST_F(QcomTest, CameraChangeSwitchesModelsInTheBackground) {
 TEST_F(QcomTest, SwitchReplacesSessionAndTensors) {
     pxrt_test::SessionLayout layout = LayoutFor(kW, kH, true);
     layout.output_bytes.push_back(16);
-    Start(CfgText(), 0, [&](Init&) { pxrt_test::SetDefaultLayout(layout); });
+    Start(Record(1, 7), 0, [&](Init&) { pxrt_test::SetDefaultLayout(layout); });
     auto* ctx = Ctx(handle_);
     void* old_session = ctx->m_session[0];
     pxrt_test::Reset();
@@ -520,7 +519,7 @@ TEST_F(QcomTest, FailedSwitchDestroysTheInstance) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         pxrt_test::Reset();
-        CfgText t = Quick();
+        VAINR_CfgPars_ t = Record();
         t.LogLevel = 5;  // the thread's teardown ends with a line the test can wait for
         Start(t, 0, c.setup);
         log_.Clear();

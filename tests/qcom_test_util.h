@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <functional>
@@ -18,48 +19,20 @@
 #include "frame.h"
 #include "interface/pxrt_binding.h"
 #include "pxrt_test_control.h"
+#include "qcom/vainr_yuv/qcom_vainr_yuv_cfg.h"
 #include "qcom/vainr_yuv/qcom_vainr_yuv_proc_sat.h"
 
 namespace qcom_test {
 
 using vai_frame::Frame;
 
-// One configuration file, starting from the built-in defaults.
-struct CamText {
-    unsigned processEnable = 1, BoostValue = 100, BinNumber = 8;
-    std::vector<unsigned> nr{0, 12, 19, 25, 32, 38, 44, 51};
-    std::vector<unsigned> chroma{32, 32, 32, 32, 32, 36, 38, 40};
-    std::vector<unsigned> iso{800, 1600, 3200, 6400, 9200, 12800, 19200, 25600};
-};
+using QCOM_VAINR_YUV_PROC::VAINR_CfgPars_;
 
-struct CfgText {
-    std::string project = "TestProject";
-    unsigned LogLevel = 1, processType = 1, DumpRangeIdx = 0, FrontCamNum = 1, RearCamNum = 4,
-             SwitchFrameNum = 7;
-    std::vector<CamText> cams = std::vector<CamText>(5);
-
-    static std::string List(const std::vector<unsigned>& v) {
-        std::string s = "[";
-        for (size_t i = 0; i < v.size(); ++i) s += (i ? ", " : "") + std::to_string(v[i]);
-        return s + "]";
-    }
-    std::string Json() const {
-        std::ostringstream o;
-        o << "// written by the tests\n{\"" << project << "\": {\"LogLevel\": " << LogLevel
-          << ", \"processType\": " << processType << ", \"DumpRangeIdx\": " << DumpRangeIdx
-          << ", \"FrontCamNum\": " << FrontCamNum << ", \"RearCamNum\": " << RearCamNum
-          << ", \"SwitchFrameNum\": " << SwitchFrameNum << ",\n\"VideoAIProcPars\": [";
-        for (size_t i = 0; i < cams.size(); ++i) {
-            const CamText& c = cams[i];
-            o << (i ? ",\n" : "\n") << "{\"processEnable\": " << c.processEnable
-              << ", \"BoostValue\": " << c.BoostValue << ", \"BinNumber\": " << c.BinNumber
-              << ", \"NrStrength\": " << List(c.nr) << ", \"ChromaNrStrength\": " << List(c.chroma)
-              << ", \"ISOBinIndex\": " << List(c.iso) << "}";
-        }
-        o << "]}}\n";
-        return o.str();
-    }
-};
+inline VAINR_CfgPars_ Defaults() {
+    VAINR_CfgPars_ c;
+    vai::qcom::SetDefaultCfg(&c);
+    return c;
+}
 
 // A path unique to the running test (ctest runs each test in its own process, in parallel).
 inline std::string TestFile(const std::string& suffix) {
@@ -82,6 +55,28 @@ inline std::string ProjectJson(const std::string& head, const std::vector<std::s
 // `s` with the last `from` replaced by `to`: edits land in the last camera.
 inline std::string Edit(std::string s, const std::string& from, const std::string& to) {
     return s.replace(s.rfind(from), from.size(), to);
+}
+
+// The record as a file of project "TestProject" with `cams` camera entries, every table in full.
+inline std::string Json(const VAINR_CfgPars_& r, size_t cams = vai::qcom::kMaxCams) {
+    const auto list = [](const uint32_t(&v)[vai::qcom::kMaxBins]) {
+        std::string s;
+        for (uint32_t x : v) s += (s.empty() ? "[" : ", ") + std::to_string(x);
+        return s + "]";
+    };
+    std::ostringstream head;
+    head << "\"LogLevel\": " << r.LogLevel << ", \"processType\": " << r.processType
+         << ", \"DumpRangeIdx\": " << r.DumpRangeIdx << ", \"FrontCamNum\": " << r.FrontCamNum
+         << ", \"RearCamNum\": " << r.RearCamNum << ", \"SwitchFrameNum\": " << r.SwitchFrameNum;
+    std::vector<std::string> entries;
+    for (size_t i = 0; i < cams; ++i) {
+        const auto& c = r.cam[std::min<size_t>(i, vai::qcom::kMaxCams - 1)];
+        entries.push_back("{\"processEnable\": " + std::to_string(c.processEnable) + ", \"BoostValue\": " +
+                          std::to_string(c.BoostValue) + ", \"BinNumber\": " + std::to_string(c.BinNumber) +
+                          ", \"NrStrength\": " + list(c.NrStrength) + ", \"ChromaNrStrength\": " +
+                          list(c.ChromaNrStrength) + ", \"ISOBinIndex\": " + list(c.ISOBinIndex) + "}");
+    }
+    return ProjectJson(head.str(), entries);
 }
 
 inline std::string WriteTestFile(const std::string& suffix, const std::string& text) {

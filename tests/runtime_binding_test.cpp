@@ -1,4 +1,3 @@
-#include <fnmatch.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -26,20 +25,16 @@ TEST(Binding, LoadBindsTheFactoriesFromTheConfiguredPathAndUnloadClearsThem) {
     LogCapture log;
     EXPECT_STREQ(vai::PxrtLibraryPath(), "/odm/lib64/libPXRT.so");
     const std::string missing = std::string(VAI_TEST_BINARY_DIR) + "/no_such_runtime.so";
-    const std::string loaded = "2:dlopen libPXRT success!|", verified = "2:dlsym Func success!|";
     const std::vector<bool> all(4, true), none(4, false);
     const struct {
         std::string path;
-        std::vector<bool> bound;  // after the load
-        std::string log;          // "<priority>:<text>|" per line (2 verbose, 6 error), fnmatch-style
+        std::vector<bool> bound;  // after the load; a failure is one error line
     } cases[] = {
-        {VAI_TEST_RUNTIME_PATH, all, loaded + verified},
-        {missing, none, "6:g_hDllLib is nullptr! dlopen libPXRT fail, reason: *" + missing + "*|"},
-        {"", none, "6:* reason: /odm/lib64/libPXRT.so*|"},
-        {VAI_TEST_RUNTIME_INCOMPLETE_PATH,
-         {false, true, true, false},
-         loaded + "6:mPXRTFunc is nullptr! dlsym Func fail, resaon: *CreateOutputTensor* g_hDllLib: 0x*|"},
-        {VAI_TEST_RUNTIME_PATH, all, loaded + verified},
+        {VAI_TEST_RUNTIME_PATH, all},
+        {missing, none},
+        {"", none},
+        {VAI_TEST_RUNTIME_INCOMPLETE_PATH, {false, true, true, false}},
+        {VAI_TEST_RUNTIME_PATH, all},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.path);
@@ -48,9 +43,10 @@ TEST(Binding, LoadBindsTheFactoriesFromTheConfiguredPathAndUnloadClearsThem) {
         const int loads = pxrt_test::Loads(), unloads = pxrt_test::Unloads();
         EXPECT_EQ(vai::PxrtLoad(), c.bound[0]);
         EXPECT_EQ(Bound(), c.bound);
-        std::string text;
-        for (const LogLine& l : log.Lines()) text += std::to_string(l.prio) + ":" + l.text + "|";
-        EXPECT_EQ(fnmatch(c.log.c_str(), text.c_str(), 0), 0) << text;
+        EXPECT_STREQ(vai::PxrtLibraryPath(), c.path.empty() ? "/odm/lib64/libPXRT.so" : c.path.c_str());
+        size_t errors = 0;
+        for (const LogLine& l : log.Lines()) errors += l.prio == ANDROID_LOG_ERROR;
+        EXPECT_EQ(errors, c.bound[0] ? 0u : 1u);
 
         // Objects made by the runtime outlive it: it is closed before they are released.
         std::unique_ptr<PXRT::Interpreter> interp(c.bound[0] ? mPXRTCreateInterpreterFunc() : nullptr);

@@ -82,10 +82,10 @@ TEST_P(QcomAllocTest, FramePathAllocatesNothing) {
     const bool yuv = GetParam() == 1;
     pxrt_test::SetDefaultLayout(LayoutFor(kW, kH, yuv));
     pxrt_test::SetRunHook(FillOutput(3));
-    CfgText cfg;
+    VAINR_CfgPars_ cfg = Defaults();
     cfg.processType = GetParam();
     cfg.SwitchFrameNum = 2;
-    Init init(WriteTestFile(".json", cfg.Json()));
+    Init init(WriteTestFile(".json", Json(cfg)));
     void* h = QCOM_VAINR_YUV_PROC::VAINR_Init(&init.p);
     ASSERT_NE(h, nullptr);
 
