@@ -14,7 +14,7 @@ Noise: Poisson-Gaussian in linear light, parameterised by ISO, then gamma, BT.60
 Data: photographs shipped with python3-skimage, read from its data directory (nothing is fetched),
 crops enlarged at random up to 5 times. astronaut, chelsea and coffee are held out for validation.
 
-    /usr/bin/python3 models/train/train.py    # 126 s of processor time on 1 thread
+    /usr/bin/python3 models/train/train.py    # 181 s of processor time on 1 thread
 """
 import argparse
 import os
@@ -230,7 +230,7 @@ def export(module, channels, path):
 
 def main():
     ap = argparse.ArgumentParser(description=__doc__.split("\n")[0])
-    ap.add_argument("--steps", type=int, default=2800)
+    ap.add_argument("--steps", type=int, default=4000)
     ap.add_argument("--batch", type=int, default=16)
     ap.add_argument("--patch", type=int, default=64, help="crop size in pixels (multiple of 4)")
     ap.add_argument("--width", type=int, default=12, help="channels of the luma branch's first level")
