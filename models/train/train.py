@@ -11,10 +11,10 @@ One network is trained; its luma branch sees luma only, so it is also exported o
 Noise: Poisson-Gaussian in linear light, parameterised by ISO, then gamma, BT.601 YUV 4:2:0 and
 10-bit quantisation, so luma and chroma noise are signal dependent and correlated as in a camera.
 
-Data: photographs shipped with python3-skimage, read from its data directory (nothing is fetched).
-astronaut, chelsea and coffee are held out for validation.
+Data: photographs shipped with python3-skimage, read from its data directory (nothing is fetched),
+crops enlarged at random up to 5 times. astronaut, chelsea and coffee are held out for validation.
 
-    /usr/bin/python3 models/train/train.py    # 683 s of processor time on 2 threads
+    /usr/bin/python3 models/train/train.py    # 181 s of processor time on 1 thread
 """
 import argparse
 import os
@@ -32,6 +32,8 @@ TRAIN_FILES = ["rocket.jpg", "motorcycle_left.png", "motorcycle_right.png", "hub
                "gravel.png", "page.png", "text.png", "cell.png"]
 VALIDATION_FILES = ["astronaut.png", "chelsea.png", "coffee.png"]
 VALIDATION_ISOS = [800, 3200, 12800]
+# The photographs as they are, and enlarged as a 1080p frame of them would be.
+VALIDATION_SCALES = [1, 3]
 
 # Sensor model: electrons at full scale for ISO 100, and read noise in electrons.
 FULL_WELL = 6000.0
@@ -88,51 +90,85 @@ def as_tensor_bytes(x):
 
 
 class Branch(nn.Module):
-    """A small U-shaped residual net: one level down by a strided convolution, one up."""
+    """A small U-shaped residual net: `levels` steps down by strided convolutions, doubling the
+    channels each time, `depth` convolutions at the lowest scale, and back up by transposed ones.
+    The low scales are cheap per pixel and give the wide view that smooth, enlarged content needs."""
 
-    def __init__(self, cin, cout, width, depth):
+    def __init__(self, cin, cout, width, depth, levels=1):
         super().__init__()
         self.head = nn.Conv2d(cin, width, 3, padding=1)
-        self.down = nn.Conv2d(width, 2 * width, 3, stride=2, padding=1)
-        self.body = nn.ModuleList(nn.Conv2d(2 * width, 2 * width, 3, padding=1) for _ in range(depth))
-        self.up = nn.ConvTranspose2d(2 * width, width, 2, stride=2)
+        ch = [width * 2 ** i for i in range(levels + 1)]
+        self.down = nn.ModuleList(nn.Conv2d(ch[i], ch[i + 1], 3, stride=2, padding=1) for i in range(levels))
+        # One convolution on each way through the intermediate scales, `depth` at the lowest.
+        self.enc = nn.ModuleList(nn.Conv2d(ch[i], ch[i], 3, padding=1) for i in range(1, levels))
+        self.body = nn.ModuleList(nn.Conv2d(ch[-1], ch[-1], 3, padding=1) for _ in range(depth))
+        self.dec = nn.ModuleList(nn.Conv2d(ch[i], ch[i], 3, padding=1) for i in range(1, levels))
+        self.up = nn.ModuleList(nn.ConvTranspose2d(ch[i + 1], ch[i], 2, stride=2) for i in range(levels))
         self.tail = nn.Conv2d(width, cout, 3, padding=1)
 
     def forward(self, x):
-        h = F.relu(self.head(x))
-        d = F.relu(self.down(h))
+        skips = [F.relu(self.head(x))]
+        for i, down in enumerate(self.down):
+            d = F.relu(down(skips[-1]))
+            if i < len(self.enc):
+                d = F.relu(self.enc[i](d))
+            skips.append(d)
+        d = skips.pop()
         for conv in self.body:
             d = F.relu(conv(d))
-        return self.tail(F.relu(self.up(d)) + h)
+        for i in reversed(range(len(self.up))):
+            d = F.relu(self.up[i](d)) + skips[i]
+            if i > 0:
+                d = F.relu(self.dec[i - 1](d))
+        return self.tail(d)
 
 
 class Luma(nn.Module):
-    def __init__(self, width, depth):
+    def __init__(self, width, depth, levels=1):
         super().__init__()
-        self.net = Branch(4, 4, width, depth)
+        self.net = Branch(4, 4, width, depth, levels)
 
     def forward(self, y):
         return y + self.net(y)
 
 
 class Denoiser(nn.Module):
-    def __init__(self, width, depth):
+    def __init__(self, width, depth, levels=1):
         super().__init__()
-        self.luma = Luma(width, depth)
-        self.chroma = Branch(6, 2, max(width // 2, 4), 1)
+        self.luma = Luma(width, depth, levels)
+        self.chroma = Branch(6, 2, max(width // 2, 4), 1, levels)
 
     def forward(self, x):
         return torch.cat([self.luma(x[:, :4]), x[:, 4:] + self.chroma(x)], dim=1)
 
 
-def batch(photos, n, size, gen):
-    """`n` random crops of size x size pixels with flips, rotations and exposure changes."""
+def enlarge(img, factor):
+    """Bicubic enlargement of a 1x3xHxW image, as video scalers and `vaitool synth` do."""
+    if factor == 1:
+        return img
+    size = (int(round(img.shape[2] * factor)), int(round(img.shape[3] * factor)))
+    return F.interpolate(img, size=size, mode="bicubic", align_corners=False).clamp(0, 1)
+
+
+def batch(photos, n, size, gen, max_scale=1.0):
+    """`n` random crops of size x size pixels with enlargement, flips, rotations and exposure changes.
+
+    Video frames are far smoother per pixel than the photographs at their own scale (a 1080p frame of
+    a scene holds less detail per pixel than a sharp still), so each crop is enlarged by a factor drawn
+    log-uniformly from 1 to `max_scale`."""
     crops = []
     for _ in range(n):
         p = photos[int(torch.randint(len(photos), (1,), generator=gen))]
-        top = int(torch.randint(p.shape[1] - size + 1, (1,), generator=gen))
-        left = int(torch.randint(p.shape[2] - size + 1, (1,), generator=gen))
-        c = p[:, top:top + size, left:left + size]
+        factor = float(torch.exp(torch.rand(1, generator=gen) * np.log(max_scale))) if max_scale > 1 else 1.0
+        # The source window, with two pixels each side for the filter taps.
+        src = size if factor == 1 else min(int(np.ceil(size / factor)) + 4, p.shape[1], p.shape[2])
+        top = int(torch.randint(p.shape[1] - src + 1, (1,), generator=gen))
+        left = int(torch.randint(p.shape[2] - src + 1, (1,), generator=gen))
+        c = p[:, top:top + src, left:left + src]
+        if factor != 1:
+            c = enlarge(c.unsqueeze(0), max(factor, size / (src - 4)))[0]
+            off = (c.shape[1] - size) // 2
+            c = c[:, off:off + size, off:off + size]
         c = torch.rot90(c, int(torch.randint(4, (1,), generator=gen)), dims=(1, 2))
         if torch.rand(1, generator=gen) < 0.5:
             c = torch.flip(c, dims=(2,))
@@ -161,7 +197,7 @@ def psnr(a, b):
     return float(10 * torch.log10(1.0 / F.mse_loss(a, b)))
 
 
-def validate(model, photos):
+def validate(model, photos, factor):
     """PSNR of luma and chroma: the 10-bit noisy input and the denoised 8-bit output vs clean."""
     gen = torch.Generator().manual_seed(1234)
     rows = []
@@ -170,7 +206,9 @@ def validate(model, photos):
         for iso in VALIDATION_ISOS:
             sums = np.zeros(4)
             for p in photos:
-                clean = p.unsqueeze(0)
+                clean = enlarge(p.unsqueeze(0), factor)
+                # Whole tensors at every scale of the network: multiples of 16 pixels.
+                clean = clean[..., :clean.shape[2] // 16 * 16, :clean.shape[3] // 16 * 16]
                 flag = torch.tensor([False])
                 x, target, noisy = make_pair(clean, torch.tensor([float(iso)]), gen, flag, flag)
                 noisy10 = torch.floor(noisy.clamp(0, 1) * 1023 + 0.5) / 1023
@@ -192,12 +230,14 @@ def export(module, channels, path):
 
 def main():
     ap = argparse.ArgumentParser(description=__doc__.split("\n")[0])
-    ap.add_argument("--steps", type=int, default=1600)
+    ap.add_argument("--steps", type=int, default=4000)
     ap.add_argument("--batch", type=int, default=16)
     ap.add_argument("--patch", type=int, default=64, help="crop size in pixels (multiple of 4)")
     ap.add_argument("--width", type=int, default=12, help="channels of the luma branch's first level")
-    ap.add_argument("--depth", type=int, default=2, help="convolutions at the lower level")
-    ap.add_argument("--threads", type=int, default=2)
+    ap.add_argument("--depth", type=int, default=2, help="convolutions at the lowest scale")
+    ap.add_argument("--levels", type=int, default=1, help="scales below the first")
+    ap.add_argument("--max-scale", type=float, default=5.0, help="largest enlargement of a crop")
+    ap.add_argument("--threads", type=int, default=1)
     ap.add_argument("--out", default=os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "mode1"))
     args = ap.parse_args()
 
@@ -208,12 +248,12 @@ def main():
     train = [load_photo(f) for f in TRAIN_FILES]
     held_out = [load_photo(f) for f in VALIDATION_FILES]
 
-    model = Denoiser(args.width, args.depth)
+    model = Denoiser(args.width, args.depth, args.levels)
     print(f"parameters: {sum(p.numel() for p in model.parameters())}")
     opt = torch.optim.Adam(model.parameters(), lr=2e-3)
     sched = torch.optim.lr_scheduler.CosineAnnealingLR(opt, args.steps, eta_min=1e-5)
     for step in range(1, args.steps + 1):
-        clean, iso = batch(train, args.batch, args.patch, gen)
+        clean, iso = batch(train, args.batch, args.patch, gen, args.max_scale)
         x, target, _ = make_pair(clean, iso, gen)
         out = model(x)
         loss = F.l1_loss(out[:, :4], target[:, :4]) + 0.5 * F.l1_loss(out[:, 4:], target[:, 4:])
@@ -225,9 +265,12 @@ def main():
             print(f"step {step}/{args.steps}  loss {loss.item():.5f}  {time.time() - start:.0f}s", flush=True)
 
     print("validation (held out: " + ", ".join(VALIDATION_FILES) + "), PSNR dB, 10-bit scale")
-    print("  ISO    luma noisy  luma denoised  chroma noisy  chroma denoised")
-    for iso, yn, yd, cn, cd in validate(model, held_out):
-        print(f"  {iso:<6} {yn:10.2f} {yd:14.2f} {cn:13.2f} {cd:16.2f}")
+    for factor in VALIDATION_SCALES:
+        print(f"  enlarged x{factor}")
+        print("  ISO    luma noisy  luma denoised  chroma noisy  chroma denoised")
+        for iso, yn, yd, cn, cd in validate(model, held_out, factor):
+            print(f"  {iso:<6} {yn:10.2f} {yd:14.2f} {cn:13.2f} {cd:16.2f}")
+    print(f"processor time {time.process_time():.0f}s", flush=True)
 
     os.makedirs(args.out, exist_ok=True)
     export(model, 6, os.path.join(args.out, "vainr_yuv.onnx"))
