@@ -40,11 +40,14 @@ struct Runtime {
     PXRTCreateTensorFn out = reinterpret_cast<PXRTCreateTensorFn>(dlsym(lib, "CreateOutputTensor"));
     std::unique_ptr<PXRT::Interpreter> interp{create ? create() : nullptr};
     void* session = nullptr;
+    // One file per test: ctest runs the tests of this suite side by side.
+    const std::string path =
+        kDir + "/ref_session_" + testing::UnitTest::GetInstance()->current_test_info()->name() + ".json";
 
     explicit Runtime(const std::string& manifest = "") {
-        const std::string path = kDir + "/ref_session.json";
+        if (manifest.empty()) return;
         WriteFile(path, manifest);
-        EXPECT_EQ(manifest.empty() ? 0 : Open(path, &session), 0);
+        EXPECT_EQ(Open(path, &session), 0);
     }
     int Open(const std::string& path, void** to) {
         return interp->CreateSession(path.c_str(), 5, to, nullptr, 2048);
@@ -203,7 +206,7 @@ TEST(ReferenceRuntime, Tensors) {
     EXPECT_EQ(decoy, std::vector<uint8_t>(n, 0x55));
 
     void* gone = nullptr;  // a released session makes no more tensors
-    ASSERT_EQ(s.Open(kDir + "/ref_session.json", &gone), 0);
+    ASSERT_EQ(s.Open(s.path, &gone), 0);
     ASSERT_EQ(s.interp->ReleaseSession(gone), 0);
     const struct {
         std::function<Tensor()> make;
