@@ -2,11 +2,12 @@
 
 #include <rapidjson/document.h>
 #include <rapidjson/error/en.h>
-#include <rapidjson/filereadstream.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <memory>
+
+#include "algocore/utils/json_reader.h"
 
 namespace pxrt_ref {
 
@@ -225,13 +226,13 @@ bool LoadManifest(const char* path, Manifest* manifest, std::string* error) {
         *error = "cannot open " + where;
         return false;
     }
-    char buffer[4096];
-    rapidjson::FileReadStream stream(file.get(), buffer, sizeof(buffer));
     rapidjson::Document doc;
-    doc.ParseStream<rapidjson::kParseCommentsFlag | rapidjson::kParseFullPrecisionFlag>(stream);
-    if (doc.HasParseError()) {
-        *error = where + ": JSON error at offset " + std::to_string(doc.GetErrorOffset()) + ": " +
-                 rapidjson::GetParseError_En(doc.GetParseError());
+    const rapidjson::ParseResult parsed = vai::JsonParseStream(file.get(), doc);
+    if (parsed.IsError()) {
+        *error = where + ": JSON error at offset " + std::to_string(parsed.Offset()) + ": " +
+                 (parsed.Code() == rapidjson::kParseErrorTermination
+                      ? "nested deeper than " + std::to_string(vai::kJsonMaxDepth) + " levels"
+                      : rapidjson::GetParseError_En(parsed.Code()));
         return false;
     }
     if (!doc.IsObject()) {
