@@ -198,7 +198,7 @@ TEST_P(NativeTest, AllocationsAreRegisteredCountedAndCheckedOnlyWhileTracing) {
     auto* c = static_cast<unsigned char*>(Native::calloc(4, 16, kF, 7));
     ASSERT_TRUE(m != nullptr && c != nullptr);
     m = Native::realloc(m, 256, kF, kL);
-    Native::create(m, 999, kF, kL);  // already registered: the first registration stays
+    Native::create(m, 999, kF, 7);  // already registered: the first registration stays
     EXPECT_EQ(AM::mapFind(m) + AM::mapFind(c), 320 * on);
     void* mapped =
         Native::mmap(nullptr, 8192, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0, kF, kL);
