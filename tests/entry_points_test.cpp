@@ -32,10 +32,16 @@ std::unique_ptr<vai_frame::Frame> Image(uint8_t fill) {
 
 class EntryPointsTest : public ::testing::Test {
   protected:
+    // Init stores the mode before checking it; it fails here for every mode.
     void SelectMode(int32_t mode) {
         InitParams_ p{};
         p.algo_mode = mode;
-        Video_AI_Proc_Init(&p);
+        log_.Clear();
+        EXPECT_EQ(Video_AI_Proc_Init(&p), nullptr);
+        EXPECT_EQ(g_algo_mode, mode);
+        if (mode != 1) {  // mode 1 fails in its back-end
+            EXPECT_EQ(log_.Texts(), std::vector<std::string>{mode == 0 ? kBypass : Unsupported(mode)});
+        }
         log_.Clear();
     }
 
@@ -46,16 +52,9 @@ class EntryPointsTest : public ::testing::Test {
     void* handle_ = &token_;
 };
 
-// Init stores the mode before checking it; GetVersion goes by its argument, not by the stored mode.
+// GetVersion goes by its argument, not by the stored mode.
 TEST_F(EntryPointsTest, InitStoresTheModeAndGetVersionIgnoresIt) {
-    for (int32_t mode : {5, 0, -3, 2, 11, 256}) {
-        InitParams_ p{};
-        p.algo_mode = mode;
-        log_.Clear();
-        EXPECT_EQ(Video_AI_Proc_Init(&p), nullptr);
-        EXPECT_EQ(g_algo_mode, mode);
-        EXPECT_EQ(log_.Texts(), std::vector<std::string>{mode == 0 ? kBypass : Unsupported(mode)});
-    }
+    SelectMode(256);
     EXPECT_EQ(Video_AI_Proc_Init(nullptr), nullptr);
     log_.Clear();
     EXPECT_STREQ(Video_AI_Proc_GetVersion(0), "Invalid");
@@ -82,7 +81,7 @@ TEST_F(EntryPointsTest, DispatchTable) {
         {[](void* h, VAI_IMG_*, VAI_IMG_*) { return Video_AI_Proc_Uninit(h); }, false, true, false},
     };
     for (const auto& row : rows) {
-        for (int32_t mode : {0, 1, 2, 5, 8, 11, -1}) {
+        for (int32_t mode : {0, 1, 2, 5, 8, 11, -3}) {
             if (mode == 1 && row.has_mode_one) continue;
             SCOPED_TRACE("entry " + std::to_string(&row - rows) + " mode " + std::to_string(mode));
             SelectMode(mode);

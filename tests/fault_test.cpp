@@ -144,7 +144,6 @@ TEST_P(FaultTest, BadFilesAndDumpTargets) {
 // what would create runtime objects, instead of calling a cleared factory.
 TEST_P(FaultTest, AnotherInstanceUnloadedTheRuntime) {
     const int mode = GetParam();
-    pxrt_test::Reset();
     pxrt_test::SetDefaultLayout(Layout(mode));
     Params params(mode, qcom_test::WriteTestFile(".json", Config(mode, 1)));
     void* first = Start(&params.p);

@@ -66,8 +66,6 @@ class QcomTest : public ::testing::Test {
     VAINR_CfgPars_ cfg_{};
 };
 
-// ---- configuration ----
-
 // The sample file spells out the built-in defaults. A file's keys land in their fields; cameras beyond the
 // counts and entries past BinNumber keep what the record held.
 TEST_F(QcomTest, ReadsFilesOverTheRecord) {
@@ -143,8 +141,6 @@ TEST_F(QcomTest, RejectsBadFiles) {
     EXPECT_FALSE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(good.c_str(), nullptr, &cfg_));
     EXPECT_FALSE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(good.c_str(), "TestProject", nullptr));
 }
-
-// ---- initialisation and teardown ----
 
 TEST_F(QcomTest, InitHandsTheRuntimeItsArguments) {
     pxrt_test::SetLayout("model3", {{600, 70}, {900}});
@@ -244,8 +240,6 @@ TEST_F(QcomTest, EveryInitFailureTearsDownCompletely) {
     EXPECT_EQ(VAINR_Uninit(nullptr), SDK_UNINIT_ERROR);
 }
 
-// ---- frame processing ----
-
 // With a black frame and a network answering 1 everywhere, each output sample is 4 x strength.
 TEST_F(QcomTest, StrengthsFollowTheGainTable) {
     const struct {
@@ -297,15 +291,12 @@ TEST_F(QcomTest, PackRunUnpackChain) {
     for (unsigned type : {1u, 0u}) {
         SCOPED_TRACE(type);
         pxrt_test::Reset();
-        pxrt_test::SetRunHook([](void*, PXRT::TensorArray* in, PXRT::TensorArray* out) {
-            pxrt_test::TensorInfo info;
-            if (!pxrt_test::Describe((*in)[0].get(), &info)) return -7;
-            std::memcpy((*out)[0]->GetData(), (*in)[0]->GetData(), info.bytes);
-            return 0;
-        });
+        const std::string bytes = std::to_string(LayoutFor(kW, kH, type == 1).input_bytes[0]);
+        const std::string model =
+            WriteTestFile(".model", "pxrt-test-model\ninput " + bytes + "\noutput " + bytes + "\nrun copy\n");
         VAINR_CfgPars_ t = Record(type);
         for (auto& c : t.cam) c.NrStrength[0] = c.ChromaNrStrength[0] = 64;
-        Start(t, 0);
+        Start(t, 0, [&](Init& i) { i.p.model_path[0] = model.c_str(); });
         auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH);
         in->FillRandom(type);
         ASSERT_EQ(Process(*out, *in, 0), 0);
@@ -401,8 +392,6 @@ TEST_F(QcomTest, DumpsTheRequestRange) {
     }
     EXPECT_GE(files, 2);  // input and output of a request share a name within a second
 }
-
-// ---- model switching ----
 
 // The frame-by-frame state machine around camera changes, with each switch thread held in
 // CreateSession until the test lets it go; teardown during the second switch waits for it.
