@@ -81,7 +81,6 @@ TEST_P(QcomAllocTest, FramePathAllocatesNothing) {
     constexpr int kW = 64, kH = 32;
     const bool yuv = GetParam() == 1;
     pxrt_test::SetDefaultLayout(LayoutFor(kW, kH, yuv));
-    pxrt_test::SetRunHook(FillOutput(3));
     VAINR_CfgPars_ cfg = Defaults();
     cfg.processType = GetParam();
     cfg.SwitchFrameNum = 2;
