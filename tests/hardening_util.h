@@ -52,7 +52,7 @@ struct Image {
 
 // Init parameters for `mode` with model paths "model<type>" for every back-end's table.
 struct Params : qcom_test::Init {
-    Params(int mode, const std::string& cfg_path, int cam = 0) : qcom_test::Init(cfg_path, cam) {
+    Params(int mode, const std::string& cfg_path) : qcom_test::Init(cfg_path) {
         p.algo_mode = mode, p.cam_mode = 1;
         for (int i = 0; i < 10; ++i) p.mtk_yuv_model_path[i / 5][i % 5] = models[i % 5].c_str();
     }

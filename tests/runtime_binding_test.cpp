@@ -58,9 +58,6 @@ TEST(Binding, LoadBindsTheFactoriesFromTheConfiguredPathAndUnloadClearsThem) {
         EXPECT_EQ(pxrt_test::Unloads() - unloads, pxrt_test::Loads() - loads);
     }
     EXPECT_EQ(pxrt_test::LiveObjects().interpreters, 0);
-    // No later test may call the pointers a failed load left behind.
-    mPXRTCreateInterpreterFunc = nullptr;
-    mPXRTCreateInTensorFunc = mPXRTCreateOutTensorFunc = nullptr;
     unsetenv("VAI_PXRT_LIBRARY");
 }
 
