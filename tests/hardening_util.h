@@ -1,20 +1,21 @@
 // Shared by the soak and fault suites: one configuration and one frame that suit every back-end,
-// initialisation through the entry points, and a count of finished teardowns.
+// and initialisation through the entry points.
 #pragma once
 
-#include <atomic>
-#include <cstring>
 #include <string>
 #include <vector>
 
 #include "interface/VideoAIProc.h"
 #include "qcom_test_util.h"
-#include "vai_host_platform.h"
 
 namespace hardening {
 
 constexpr int kW = 32, kH = 16;
 constexpr int kModes[] = {1, 9, 10};
+
+inline std::string ModeName(const ::testing::TestParamInfo<int>& i) {
+    return "Mode" + std::to_string(i.param);
+}
 
 // Each camera carries the keys of all three back-ends; MediaTek RAW has room for four cameras.
 inline std::string Config(int mode, unsigned log_level, unsigned dump_range = 0) {
@@ -51,7 +52,7 @@ struct Image {
 
 // Init parameters for `mode` with model paths "model<type>" for every back-end's table.
 struct Params : qcom_test::Init {
-    Params(int mode, const std::string& cfg_path, int cam = 0) : qcom_test::Init(cfg_path, cam) {
+    Params(int mode, const std::string& cfg_path) : qcom_test::Init(cfg_path) {
         p.algo_mode = mode, p.cam_mode = 1;
         for (int i = 0; i < 10; ++i) p.mtk_yuv_model_path[i / 5][i % 5] = models[i % 5].c_str();
     }
@@ -65,21 +66,5 @@ inline void* Start(vAIPROC::InitParams_* p) {
     if (p->algo_mode == 9) Video_AI_Proc_Uninit(h);
     return nullptr;
 }
-
-// Counts the last line of every teardown (verbose, so only at log level 5); other lines are dropped.
-class TeardownCounter {
-  public:
-    TeardownCounter() { previous_ = vai_host_set_log_sink(&Sink, this); }
-    ~TeardownCounter() { vai_host_set_log_sink(previous_, nullptr); }
-    long Count() const { return count_.load(); }
-
-  private:
-    static int Sink(int, const char*, const char* text, void* user) {
-        if (std::strncmp(text, "uninit elapsed time is", 22) == 0) ++static_cast<TeardownCounter*>(user)->count_;
-        return 0;
-    }
-    std::atomic<long> count_{0};
-    vai_host_log_sink previous_ = nullptr;
-};
 
 }  // namespace hardening

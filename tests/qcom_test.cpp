@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include <algorithm>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -66,8 +67,6 @@ class QcomTest : public ::testing::Test {
     VAINR_CfgPars_ cfg_{};
 };
 
-// ---- configuration ----
-
 // The sample file spells out the built-in defaults. A file's keys land in their fields; cameras beyond the
 // counts and entries past BinNumber keep what the record held.
 TEST_F(QcomTest, ReadsFilesOverTheRecord) {
@@ -77,7 +76,6 @@ TEST_F(QcomTest, ReadsFilesOverTheRecord) {
     ASSERT_TRUE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(VAI_TEST_SOURCE_DIR "/configs/qcom_vainr_yuv.json",
                                                        "DemoProject", &cfg_));
     EXPECT_EQ(std::memcmp(&cfg_, &expected, sizeof(cfg_)), 0);
-    EXPECT_TRUE(log_.Lines().empty());
 
     VAINR_CfgPars_ t = Record();
     t.LogLevel = 3;
@@ -106,25 +104,17 @@ TEST_F(QcomTest, ReadsFilesOverTheRecord) {
     ASSERT_TRUE(Load(Json(t, 3)));
     EXPECT_EQ(std::memcmp(&cfg_, &expected, sizeof(cfg_)), 0);
 
-    // A project name of all 16 bytes needs no terminator.
-    const struct {
-        char name[16];
-        char after[8];
-    } p = {{'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H', 'I', 'J', 'K', 'L', 'M', 'N', 'O', 'P'}, "QRSTUVW"};
-    EXPECT_TRUE(Load(Edit(Json(t), "TestProject", "ABCDEFGHIJKLMNOP"), p.name));
+    // Only the first 16 bytes of the project name count: it needs no terminator.
+    EXPECT_TRUE(Load(Edit(Json(t), "TestProject", "ABCDEFGHIJKLMNOP"), "ABCDEFGHIJKLMNOPQRSTUVW"));
 }
 
 TEST_F(QcomTest, RejectsBadFiles) {
     // Each key missing in turn: the scalar keys before it are read (LogLevel comes first).
+    const std::string json = Json(Edited([](auto& t) { t.LogLevel = 4; }));
     for (const char* key :
          {"LogLevel", "processType", "DumpRangeIdx", "FrontCamNum", "RearCamNum", "SwitchFrameNum",
           "processEnable", "BoostValue", "BinNumber", "NrStrength", "ChromaNrStrength", "ISOBinIndex"}) {
-        VAINR_CfgPars_ t = Record();
-        t.LogLevel = 4;
-        std::string json = Json(t);
-        const std::string needle = std::string("\"") + key + "\":";
-        json.replace(json.rfind(needle), needle.size(), "\"x\":");
-        EXPECT_FALSE(Load(json)) << key;
+        EXPECT_FALSE(Load(Edit(json, std::string("\"") + key + "\":", "\"x\":"))) << key;
         EXPECT_EQ(cfg_.LogLevel, std::string(key) == "LogLevel" ? 1u : 4u) << key;
     }
     const struct {
@@ -135,32 +125,29 @@ TEST_F(QcomTest, RejectsBadFiles) {
         {"camera count wraps", Json(Edited([](auto& t) { t.RearCamNum = 4294967295u, t.FrontCamNum = 2; }))},
         {"17 bins", Json(Edited([](auto& t) { t.cam[3].BinNumber = 17; }))},
         {"fewer elements than cameras", Json(Record(), 4)},
-        {"empty camera array", Json(Record(), 0)},
+        {"empty camera array", Json(Edited([](auto& t) { t.RearCamNum = t.FrontCamNum = 0; }), 0)},
         {"other project", Edit(Json(Record()), "TestProject", "OtherProject")},
     };
     for (const auto& c : cases) {
         EXPECT_FALSE(Load(c.json)) << c.name;
     }
     EXPECT_FALSE(Load("{ not json") || Load("[1, 2]"));
-    EXPECT_FALSE(Load(Edit(Json(Record()), "\"BoostValue\": ", "\"BoostValue\": -")));
-    EXPECT_FALSE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(nullptr, "p", &cfg_));
-    EXPECT_FALSE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom("x.json", nullptr, &cfg_));
-    EXPECT_FALSE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom("x.json", "p", nullptr));
+    // A readable file, so that a missing check would be passed.
+    const std::string good = Cfg(Json(Record()));
+    EXPECT_FALSE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(nullptr, "TestProject", &cfg_));
+    EXPECT_FALSE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(good.c_str(), nullptr, &cfg_));
+    EXPECT_FALSE(QCOM_VAINR_YUV_PROC::LoadVAINRCfg_Qcom(good.c_str(), "TestProject", nullptr));
 }
-
-// ---- initialisation and teardown ----
 
 TEST_F(QcomTest, InitHandsTheRuntimeItsArguments) {
     pxrt_test::SetLayout("model3", {{600, 70}, {900}});
     pxrt_test::Fail(Op::kCreateInputTensor, 0, 1);  // a null tensor is not fatal here
     VAINR_CfgPars_ t = Record();
     t.LogLevel = 5;
-    t.DumpRangeIdx = 12345;
     t.cam[3].BoostValue = 321;
     Init init(Cfg(Json(t)), 3);
     const std::string long_path(300, 'm');
     init.p.model_path[1] = long_path.c_str();
-    init.p.model_path[2] = nullptr;
     ASSERT_NE(handle_ = VAINR_Init(&init.p), nullptr);
     auto* ctx = Ctx(handle_);
     init.models[0] = "changed after init";  // the instance keeps copies
@@ -172,8 +159,6 @@ TEST_F(QcomTest, InitHandsTheRuntimeItsArguments) {
                                Op::kCreateOutputTensor, Op::kGetVersion}));
     const std::vector<pxrt_test::Call> calls = pxrt_test::Calls();
     const pxrt_test::Call& cs = calls[1];
-    EXPECT_EQ(cs.model_path, "model3");
-    ASSERT_TRUE(cs.has_options);
     EXPECT_EQ(cs.output_names, std::vector<std::string>{"Identity"});
     // device, flags, option integers, boost, reserved words
     EXPECT_EQ((std::vector<int64_t>{cs.device, cs.flags, cs.mode[0], cs.mode[1], cs.mode[2], cs.boost,
@@ -188,17 +173,14 @@ TEST_F(QcomTest, InitHandsTheRuntimeItsArguments) {
     EXPECT_EQ(tensors,
               (std::vector<std::vector<int64_t>>{
                   {1, 600, 0, 1, 2, 0, -1, 0}, {1, 70, 1, 1, 2, 0, -1, 0}, {1, 900, 0, 1, 2, 0, -1, 0}}));
-    const DumpPars_& d = ctx->dump_pars;
-    // tensor count and size, camera, hand-off, dump block, log level from the file
+    // tensor count and size, camera, hand-off, log level from the file
     EXPECT_EQ((std::vector<size_t>{ctx->vai_handle.m_in_num[0], ctx->vai_handle.mInputTensorByteSize[0][1],
                                    ctx->last_cam_type, ctx->switch_done.load(),
-                                   ctx->switch_pending + ctx->frame_count, d.dump_enable, d.dump_start,
-                                   d.dump_end, g_log_level}),
-              (std::vector<size_t>{2, 70, 3, 1, 0, 1, 12, 345, 5}));
+                                   ctx->switch_pending + ctx->frame_count, g_log_level}),
+              (std::vector<size_t>{2, 70, 3, 1, 0, 5}));
     EXPECT_STREQ(ctx->model_name[0], "model0");
     EXPECT_EQ(std::string(ctx->model_name[1]), long_path.substr(0, 255));
     EXPECT_EQ(ctx->vai_handle.input_tensors[0].at(1), nullptr);
-    EXPECT_STREQ(ctx->model_name[2], "");
     EXPECT_EQ(vemo::AlgorithmMemory::mapFind(ctx), sizeof(*ctx));
     // The one informational line logged at error priority.
     EXPECT_TRUE(log_.Contains("cam_type:3, model_name:model3, m_session[0]:(nil)"));
@@ -213,19 +195,12 @@ TEST_F(QcomTest, EveryInitFailureTearsDownCompletely) {
         Op last;  // kOpCount: the runtime was never called
     } cases[] = {
         {"dlopen", [](Init&) { setenv("VAI_PXRT_LIBRARY", "/nonexistent/libPXRT.so", 1); }, Op::kOpCount},
-        {"dlsym", [](Init&) { setenv("VAI_PXRT_LIBRARY", VAI_TEST_RUNTIME_INCOMPLETE_PATH, 1); },
-         Op::kOpCount},
         {"CreateInterpreter", fail(Op::kCreateInterpreter, 0), Op::kCreateInterpreter},
         {"configuration", [](Init& i) { i.p.cfg_path = "/nonexistent.json"; }, Op::kCreateInterpreter},
-        {"project name", [](Init& i) { std::snprintf(i.p.project_name, 16, "Other"); },
-         Op::kCreateInterpreter},
         {"camera type above the record", [](Init& i) { i.p.cam_type = 5; }, Op::kCreateInterpreter},
-        {"negative camera type", [](Init& i) { i.p.cam_type = -1; }, Op::kCreateInterpreter},
-        {"CreateSession", fail(Op::kCreateSession, -9), Op::kCreateSession},
         {"CreateSession without a session", fail(Op::kCreateSession, 0), Op::kCreateSession},
         {"no model path", [](Init& i) { i.p.model_path[0] = nullptr; }, Op::kCreateSession},
         {"GetSessionInputNumber", fail(Op::kGetSessionInputNumber, 11), Op::kGetSessionInputNumber},
-        {"GetSessionOutputNumber", fail(Op::kGetSessionOutputNumber, 12), Op::kGetSessionOutputNumber},
         {"five inputs",
          [](Init&) {
              pxrt_test::SetDefaultLayout({{1, 2, 3, 4, 5}});
@@ -249,16 +224,11 @@ TEST_F(QcomTest, EveryInitFailureTearsDownCompletely) {
         std::vector<Op> ops = Ops();  // up to the teardown's release
         ops.erase(std::remove(ops.begin(), ops.end(), Op::kReleaseSession), ops.end());
         EXPECT_EQ(ops.empty() ? Op::kOpCount : ops.back(), f.last);
-        // A failed dlsym leaves the factory pointers it got; the library is closed all the same.
-        mPXRTCreateInterpreterFunc = nullptr;
-        mPXRTCreateInTensorFunc = mPXRTCreateOutTensorFunc = nullptr;
         EXPECT_TRUE(TornDown());
     }
     EXPECT_EQ(VAINR_Init(nullptr), nullptr);
     EXPECT_EQ(VAINR_Uninit(nullptr), SDK_UNINIT_ERROR);
 }
-
-// ---- frame processing ----
 
 // With a black frame and a network answering 1 everywhere, each output sample is 4 x strength.
 TEST_F(QcomTest, StrengthsFollowTheGainTable) {
@@ -267,7 +237,7 @@ TEST_F(QcomTest, StrengthsFollowTheGainTable) {
         float iso, drc;
         int y, uv;
         std::vector<unsigned> nr = {}, chroma = {};  // empty: the defaults
-        unsigned bins = 8, rear = 4, front = 1;
+        unsigned bins = 8, rear = 4;
     } cases[] = {
         {"below the first bin", 799.0f, 1.0f, 0, 32},
         {"worked example", 1200.0f, 1.0f, 6, 32},
@@ -276,21 +246,20 @@ TEST_F(QcomTest, StrengthsFollowTheGainTable) {
         {"both interpolate", 11000.0f, 1.0f, 35, 34},
         {"at the last bin", 25600.0f, 1.0f, 51, 40},
         {"last used bin, not the table end", 5000.0f, 1.0f, 19, 32, {}, {}, 3},
-        {"equal neighbours", 1000.0f, 1.0f, 20, 9, {20, 20}, {9, 9}},
+        {"equal neighbours", 1000.5f, 1.0f, 20, 9, {20, 20}, {9, 9}},  // weights 599 + 200 of 800
         {"low byte of a wide strength", 100.0f, 1.0f, 44, 1, {300}, {257}},
         {"above 64 clamps", 100.0f, 1.0f, 64, 64, {100}, {65}},
         {"BinNumber 0 counts as one bin", 5000.0f, 1.0f, 0, 32, {}, {}, 0},
         {"falling table", 1200.0f, 1.0f, 30, 4, {40, 20}, {8, 0}},
         // Camera 4 is disabled in the file; when the file does not configure it, the defaults apply.
         {"camera beyond the configured ones", 1200.0f, 1.0f, 6, 32, {}, {}, 8, 3},
-        {"no camera configured", 1200.0f, 1.0f, 6, 32, {}, {}, 8, 0, 0},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         pxrt_test::Reset();
         pxrt_test::SetRunHook(FillOutput(1));
         VAINR_CfgPars_ t = Record();
-        t.RearCamNum = c.rear, t.FrontCamNum = c.front;
+        t.RearCamNum = c.rear;
         t.cam[4].processEnable = 0;
         const int cam = c.rear == 4 ? 2 : 4;
         auto& rc = t.cam[cam];
@@ -312,15 +281,12 @@ TEST_F(QcomTest, PackRunUnpackChain) {
     for (unsigned type : {1u, 0u}) {
         SCOPED_TRACE(type);
         pxrt_test::Reset();
-        pxrt_test::SetRunHook([](void*, PXRT::TensorArray* in, PXRT::TensorArray* out) {
-            pxrt_test::TensorInfo info;
-            if (!pxrt_test::Describe((*in)[0].get(), &info)) return -7;
-            std::memcpy((*out)[0]->GetData(), (*in)[0]->GetData(), info.bytes);
-            return 0;
-        });
+        const std::string bytes = std::to_string(LayoutFor(kW, kH, type == 1).input_bytes[0]);
+        const std::string model =
+            WriteTestFile(".model", "pxrt-test-model\ninput " + bytes + "\noutput " + bytes + "\nrun copy\n");
         VAINR_CfgPars_ t = Record(type);
         for (auto& c : t.cam) c.NrStrength[0] = c.ChromaNrStrength[0] = 64;
-        Start(t, 0);
+        Start(t, 0, [&](Init& i) { i.p.model_path[0] = model.c_str(); });
         auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH);
         in->FillRandom(type);
         ASSERT_EQ(Process(*out, *in, 0), 0);
@@ -340,10 +306,7 @@ TEST_F(QcomTest, PackRunUnpackChain) {
 // Frames the network cannot take are copied unchanged, with an error line, and never reach Run;
 // errors return before anything is written.
 TEST_F(QcomTest, FramesThatCannotBeProcessedAreCopied) {
-    VAINR_CfgPars_ t = Record();
-    t.cam[1].processEnable = 0;
-    Start(t, 0);
-    pxrt_test::SetRunHook(FillOutput(1));
+    Start(Edited([](auto& t) { t.cam[1].processEnable = 0; }));
     using Img = vAIPROC::VAI_IMG_;
     const struct {
         const char* name;
@@ -374,7 +337,6 @@ TEST_F(QcomTest, FramesThatCannotBeProcessedAreCopied) {
         EXPECT_EQ(log_.Lines().at(0).prio, ANDROID_LOG_ERROR);
         // Such frames do not count as a camera change.
         EXPECT_EQ(Ctx(handle_)->last_cam_type, 0u);
-        EXPECT_EQ(Ctx(handle_)->switch_pending, 0);
     }
     EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 0u);
     // A copy's own status comes back.
@@ -385,9 +347,6 @@ TEST_F(QcomTest, FramesThatCannotBeProcessedAreCopied) {
     pxrt_test::Fail(Op::kRun, 42);
     const vAIPROC::ProcParams_ p = Params(0);
     EXPECT_EQ(VAINR_Process(nullptr, out->img(), in->img(), &p), SDK_UNINIT_ERROR);
-    EXPECT_EQ(VAINR_Process(handle_, out->img(), in->img(), nullptr), SDK_UNINIT_ERROR);
-    EXPECT_EQ(VAINR_Process(handle_, nullptr, in->img(), &p), kNullImage);
-    EXPECT_EQ(VAINR_Process(handle_, out->img(), nullptr, &p), kNullImage);
     EXPECT_EQ(VAINR_Process(handle_, out->img(), in->img(), &p), SDK_INVALID_MODEL_ERR);
     EXPECT_TRUE(*out == *MakeFrame(kW, kH, 0xABAB, 0xCDCD));
     EXPECT_EQ(vai::qcom::ModelSwitch(nullptr, 1), SDK_UNINIT_ERROR);
@@ -399,41 +358,32 @@ TEST_F(QcomTest, DumpsTheRequestRange) {
     std::filesystem::remove_all(dir);
     std::filesystem::create_directories(dir);
     setenv("VAI_DUMP_DIR", dir.c_str(), 1);
-    VAINR_CfgPars_ t = Record();
-    t.DumpRangeIdx = 1003;  // requests 1 and 2
-    pxrt_test::SetRunHook(FillOutput(7));
-    Start(t, 0);
+    Start(Edited([](auto& t) { t.DumpRangeIdx = 1003; }));  // requests 1 and 2
     auto in = MakeFrame(kW, kH, 0x1234, 0x5678), out = MakeFrame(kW, kH);
     for (uint64_t req = 0; req < 5; ++req) {
         in->img()->req_id = out->img()->req_id = req;
         ASSERT_EQ(Process(*out, *in, 0), 0);
     }
     unsetenv("VAI_DUMP_DIR");
-    int files = 0;
+    std::set<std::string> names;  // after the time stamp, which input and output share
     for (const auto& e : std::filesystem::directory_iterator(dir)) {
         const std::string name = e.path().filename();
-        EXPECT_TRUE(name.find("_req1_32x16_qcom_yuv_vainr_in.packed_word") != std::string::npos ||
-                    name.find("_req2_32x16_qcom_yuv_vainr_in.packed_word") != std::string::npos)
-            << name;
+        names.insert(name.substr(name.find("_req")));  // (throws, failing the test, without one)
         EXPECT_EQ(e.file_size(), out->plane_bytes(0)) << name;
-        ++files;
     }
-    EXPECT_GE(files, 2);  // input and output of a request share a name within a second
+    EXPECT_EQ(names, (std::set<std::string>{"_req1_32x16_qcom_yuv_vainr_in.packed_word",
+                                            "_req2_32x16_qcom_yuv_vainr_in.packed_word"}));
 }
-
-// ---- model switching ----
 
 // The frame-by-frame state machine around camera changes, with each switch thread held in
 // CreateSession until the test lets it go; teardown during the second switch waits for it.
 TEST_F(QcomTest, CameraChangeSwitchesModelsInTheBackground) {
-    VAINR_CfgPars_ t = Record(1, 3);
-    t.cam[1].BoostValue = 77;
     Gate gates[3];
     pxrt_test::SetCreateSessionHook([&gates](const std::string& model) {
         if (model != "model0") gates[model.back() - '0'].Wait();
     });
     pxrt_test::SetRunHook(FillOutput(0x11));
-    Start(t, 0);
+    Start(Record(1, 3));
     auto in = MakeFrame(kW, kH, 0x1234, 0x5678);
     const auto processed = [&](int cam) {
         auto out = MakeFrame(kW, kH);
@@ -449,17 +399,11 @@ TEST_F(QcomTest, CameraChangeSwitchesModelsInTheBackground) {
     EXPECT_FALSE(processed(1));  // starts the switch
     ASSERT_TRUE(gates[1].Reached());
     for (int i = 0; i < 3; ++i) EXPECT_FALSE(processed(1));  // while it runs
-    EXPECT_EQ(pxrt_test::CallCount(Op::kRun), 1u);
 
     gates[1].Open();
     ASSERT_TRUE(WaitFor([&] { return Ctx(handle_)->switch_done.load(std::memory_order_acquire) == 1; }));
     EXPECT_TRUE(processed(1));
-    const std::vector<pxrt_test::Call> sessions = pxrt_test::Calls(Op::kCreateSession);
-    ASSERT_EQ(sessions.size(), 2u);
-    EXPECT_EQ((std::vector<int64_t>{sessions[1].boost, sessions[1].device}), (std::vector<int64_t>{77, 5}));
-    EXPECT_EQ(pxrt_test::Calls(Op::kRun).back().session, sessions[1].session);
-    const pxrt_test::Live live = pxrt_test::LiveObjects();
-    EXPECT_EQ(live.interpreters + live.sessions + live.tensors, 4);
+    EXPECT_EQ(pxrt_test::Calls(Op::kRun).back().session, Ctx(handle_)->m_session[0]);  // the new one
 
     for (int i = 0; i < 5; ++i) EXPECT_FALSE(processed(2));  // change, warm-up, start
     ASSERT_TRUE(gates[2].Reached());
@@ -497,7 +441,6 @@ TEST_F(QcomTest, SwitchReplacesSessionAndTensors) {
     EXPECT_EQ(pxrt_test::Calls(Op::kCreateOutputTensor)[1].tensor,
               ctx->vai_handle.output_tensors[0][0].get());
     EXPECT_EQ(ctx->vai_handle.output_tensors[0][1], nullptr);
-    EXPECT_EQ(pxrt_test::LiveObjects().sessions, 1);
     EXPECT_EQ(pxrt_test::LiveObjects().tensors, 2);
 }
 
@@ -507,9 +450,8 @@ TEST_F(QcomTest, FailedSwitchDestroysTheInstance) {
     const struct {
         const char* name;
         std::function<void(Init&)> setup;
-        int result;  // -1: through the thread, whose result is discarded
+        int result;
     } cases[] = {
-        {"thread", [](Init& i) { i.p.model_path[2] = nullptr; }, -1},
         {"no model path", [](Init& i) { i.p.model_path[2] = nullptr; }, vai::qcom::kSwitchSessionFailed},
         {"size query", [](Init&) { pxrt_test::Fail(Op::kGetSessionOutputSize, 5, 1); },
          vai::qcom::kSwitchRuntimeFailed},
@@ -519,19 +461,9 @@ TEST_F(QcomTest, FailedSwitchDestroysTheInstance) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         pxrt_test::Reset();
-        VAINR_CfgPars_ t = Record();
-        t.LogLevel = 5;  // the thread's teardown ends with a line the test can wait for
-        Start(t, 0, c.setup);
-        log_.Clear();
-        if (c.result < 0) {
-            auto in = MakeFrame(kW, kH), out = MakeFrame(kW, kH);
-            Process(*out, *in, 2);
-            Process(*out, *in, 2);  // starts the switch; the handle must not be used again
-        } else {
-            EXPECT_EQ(vai::qcom::ModelSwitch(handle_, 2), c.result);
-        }
+        Start(Record(), 0, c.setup);
+        EXPECT_EQ(vai::qcom::ModelSwitch(handle_, 2), c.result);
         handle_ = nullptr;
-        EXPECT_TRUE(WaitFor([&] { return log_.Contains("uninit elapsed time is"); }));
         EXPECT_TRUE(TornDown());
     }
 }

@@ -44,7 +44,6 @@ inline std::string TestFile(const std::string& suffix) {
     return std::string(VAI_TEST_BINARY_DIR) + "/" + name + suffix;
 }
 
-// Writes `text` to the test's own file and returns its path.
 // A configuration file of project "TestProject": `head` members and one "VideoAIProcPars" entry per camera.
 inline std::string ProjectJson(const std::string& head, const std::vector<std::string>& cams) {
     std::string list;
@@ -79,6 +78,7 @@ inline std::string Json(const VAINR_CfgPars_& r, size_t cams = vai::qcom::kMaxCa
     return ProjectJson(head.str(), entries);
 }
 
+// Writes `text` to the test's own file and returns its path.
 inline std::string WriteTestFile(const std::string& suffix, const std::string& text) {
     const std::string path = TestFile(suffix);
     std::ofstream(path, std::ios::binary) << text;

@@ -56,12 +56,8 @@ TEST(Binding, LoadBindsTheFactoriesFromTheConfiguredPathAndUnloadClearsThem) {
         EXPECT_EQ(Bound(), c.bound[0] ? none : c.bound);
         EXPECT_EQ(pxrt_test::Loads() - loads, c.bound[1] ? 1 : 0);
         EXPECT_EQ(pxrt_test::Unloads() - unloads, pxrt_test::Loads() - loads);
-        EXPECT_TRUE(!interp || std::string(interp->GetVersion()) == pxrt_test::kVersion);
     }
     EXPECT_EQ(pxrt_test::LiveObjects().interpreters, 0);
-    // No later test may call the pointers a failed load left behind.
-    mPXRTCreateInterpreterFunc = nullptr;
-    mPXRTCreateInTensorFunc = mPXRTCreateOutTensorFunc = nullptr;
     unsetenv("VAI_PXRT_LIBRARY");
 }
 

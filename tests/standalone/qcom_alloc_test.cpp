@@ -81,7 +81,6 @@ TEST_P(QcomAllocTest, FramePathAllocatesNothing) {
     constexpr int kW = 64, kH = 32;
     const bool yuv = GetParam() == 1;
     pxrt_test::SetDefaultLayout(LayoutFor(kW, kH, yuv));
-    pxrt_test::SetRunHook(FillOutput(3));
     VAINR_CfgPars_ cfg = Defaults();
     cfg.processType = GetParam();
     cfg.SwitchFrameNum = 2;
@@ -108,7 +107,6 @@ TEST_P(QcomAllocTest, FramePathAllocatesNothing) {
 
     EXPECT_EQ(gAllocations.load(), 0);
     EXPECT_EQ(pxrt_test::CallCount(pxrt_test::Op::kRun), yuv ? 9u : 8u);
-    EXPECT_NE(out->Sample(0, 0, 0), 0x4000);  // really processed
     EXPECT_EQ(QCOM_VAINR_YUV_PROC::VAINR_Uninit(h), 0);
 }
 
