@@ -1,5 +1,5 @@
-// VAINR_Init and VAINR_Uninit of both MediaTek back-ends: one sequence of steps, with the back-end's
-// own steps supplied by `Life`, a struct of static members:
+// VAINR_Init, VAINR_Model_Uninit and VAINR_Uninit of both MediaTek back-ends: one sequence of steps
+// each, with the back-end's own steps supplied by `Life`, a struct of static members:
 //   Ctx                        the instance record (`cfg`, `dump_pars`, `vai_handle`, `cur_cam_type`)
 //   kCfgOwner                  the name the configuration failure line gives
 //   Created(ctx)               right after allocation: defaults, registration with the memory tracer
@@ -7,6 +7,7 @@
 //   DropTensors(ctx)           first step of the teardown
 //   ReleaseSessions(ctx)       in the teardown, while the interpreter still exists
 //   Untrace(ctx)               just before the record is freed
+//   ModelUninit(ctx)           what VAINR_Model_Uninit releases: the sessions, with their tensors
 #pragma once
 
 #include <cstdint>
@@ -87,6 +88,24 @@ void* InitInstance(const vAIPROC::InitParams_* init_pars) {
     g_log_level = static_cast<unsigned char>(ctx->cfg.LogLevel);
     VAI_LOGV("init elapsed time is %ldus", ElapsedUs(t0, util_get_timestamp()));
     return ctx;
+}
+
+template <typename Life>
+int ModelUninitInstance(void* handle) {
+    if (handle == nullptr) {
+        VAI_LOGE("Input handle is nullptr in VAINR_Model_Uninit!");
+        return SDK_UNINIT_ERROR;
+    }
+    VAI_LOGV("VAINR_Model_Uninit start!");
+    const timespec t0 = util_get_timestamp();
+    auto* ctx = static_cast<typename Life::Ctx*>(handle);
+    if (!ctx->vai_handle.interpreter) {
+        VAI_LOGE("interpreter is nullptr in VAINR_Model_Uninit!");
+        return SDK_UNINIT_ERROR;
+    }
+    Life::ModelUninit(ctx);
+    VAI_LOGV("model_uninit elapsed time is %ldus", ElapsedUs(t0, util_get_timestamp()));
+    return SDK_SUCCESS;
 }
 
 // The frame copied unchanged, for every frame the network does not run on.

@@ -136,8 +136,13 @@ struct Lifecycle {
         ctx->vai_handle.input_tensors[0].clear();
         ctx->vai_handle.output_tensors[0].clear();
     }
-    static void ReleaseSessions(VAINR_Ctx_* ctx) { ReleaseModel(ctx, "runtime session is nullptr in uninit!"); }
+    static void ReleaseSessions(VAINR_Ctx_* ctx) {
+        ReleaseModel(ctx, "runtime session is nullptr in uninit!");
+    }
     static void Untrace(VAINR_Ctx_*) {}
+    static void ModelUninit(VAINR_Ctx_* ctx) {
+        ReleaseModel(ctx, "runtime session is nullptr in VAINR_Model_Uninit!");
+    }
 };
 
 }  // namespace
@@ -209,20 +214,7 @@ int VAINR_Model_Init(void* handle, const InitParams_* init_pars) {
 }
 
 int VAINR_Model_Uninit(void* handle) {
-    if (handle == nullptr) {
-        VAI_LOGE("Input handle is nullptr in VAINR_Model_Uninit!");
-        return SDK_UNINIT_ERROR;
-    }
-    VAI_LOGV("VAINR_Model_Uninit start!");
-    const timespec t0 = util_get_timestamp();
-    auto* ctx = static_cast<VAINR_Ctx_*>(handle);
-    if (!ctx->vai_handle.interpreter) {
-        VAI_LOGE("interpreter is nullptr in VAINR_Model_Uninit!");
-        return SDK_UNINIT_ERROR;
-    }
-    ReleaseModel(ctx, "runtime session is nullptr in VAINR_Model_Uninit!");
-    VAI_LOGV("model_uninit elapsed time is %ldus", ElapsedUs(t0, util_get_timestamp()));
-    return SDK_SUCCESS;
+    return vai::mtk::ModelUninitInstance<Lifecycle>(handle);
 }
 
 int VAINR_Process(void* handle, VAI_IMG_* out_img, VAI_IMG_* in_img, const ProcParams_* params) {

@@ -22,7 +22,8 @@ struct VAINR_CamPars_ {
 };
 
 struct VAINR_CfgPars_ : vai::mtk::CfgRecord<VAINR_CamPars_, 5> {};
-static_assert(std::is_standard_layout_v<VAINR_CfgPars_> && sizeof(VAINR_CfgPars_) == 24 + 5 * sizeof(VAINR_CamPars_));
+static_assert(std::is_standard_layout_v<VAINR_CfgPars_> &&
+              sizeof(VAINR_CfgPars_) == 24 + 5 * sizeof(VAINR_CamPars_));
 
 // Reads the project object named `project` (at most 16 characters, need not be NUL-terminated) into
 // `pars` over its current contents. False on any missing or mistyped key, on more cameras than the

@@ -195,8 +195,10 @@ struct Lifecycle {
         }
     }
     static void Untrace(VAINR_Ctx_* ctx) {
-        vemo::AlgorithmMemory::nativeMemDec(vemo::AlgorithmMemory::mapDelete(ctx, kSrcName, kTraceLineRelease));
+        vemo::AlgorithmMemory::nativeMemDec(
+            vemo::AlgorithmMemory::mapDelete(ctx, kSrcName, kTraceLineRelease));
     }
+    static void ModelUninit(VAINR_Ctx_* ctx) { ReleaseModels(ctx); }
 };
 
 }  // namespace
@@ -293,20 +295,7 @@ int VAINR_Model_Init(void* handle, const InitParams_* init_pars) {
 }
 
 int VAINR_Model_Uninit(void* handle) {
-    if (handle == nullptr) {
-        VAI_LOGE("Input handle is nullptr in VAINR_Model_Uninit!");
-        return SDK_UNINIT_ERROR;
-    }
-    VAI_LOGV("VAINR_Model_Uninit start!");
-    const timespec t0 = util_get_timestamp();
-    auto* ctx = static_cast<VAINR_Ctx_*>(handle);
-    if (!ctx->vai_handle.interpreter) {
-        VAI_LOGE("interpreter is nullptr in VAINR_Model_Uninit!");
-        return SDK_UNINIT_ERROR;
-    }
-    ReleaseModels(ctx);
-    VAI_LOGV("model_uninit elapsed time is %ldus", ElapsedUs(t0, util_get_timestamp()));
-    return SDK_SUCCESS;
+    return vai::mtk::ModelUninitInstance<Lifecycle>(handle);
 }
 
 int VAINR_Process(void* handle, VAI_IMG_* out_img, VAI_IMG_* in_img, const ProcParams_* params) {
