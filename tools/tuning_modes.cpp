@@ -19,7 +19,7 @@ namespace {
 template <class Cfg, class Cam, size_t N>
 class Loaded : public LoadedTuning {
   public:
-    template <Cam (Cfg::*Cams)[N], void (*Defaults)(Cfg*), bool (*Loader)(const char*, const char*, Cfg*),
+    template <auto Cams, void (*Defaults)(Cfg*), bool (*Loader)(const char*, const char*, Cfg*),
               std::vector<int> (*Strengths)(const Cam&, float)>
     static std::unique_ptr<LoadedTuning> Load(const char* path, const char* project) {
         auto t = std::make_unique<Loaded>();

@@ -61,4 +61,10 @@ bool PxrtBound() {
            mPXRTCreateOutTensorFunc != nullptr;
 }
 
+bool PxrtBoundOrLog(const char* rest) {
+    if (PxrtBound()) return true;
+    VAI_LOGE("runtime library is unloaded%s", rest);
+    return false;
+}
+
 }  // namespace vai

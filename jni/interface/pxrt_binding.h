@@ -29,5 +29,8 @@ void PxrtUnload();
 // True while the runtime is loaded with its three factories. Any instance's teardown unloads it for
 // every back-end, so instances still alive check this before they call a factory.
 bool PxrtBound();
+// PxrtBound(), with the error line "runtime library is unloaded" + `rest` when it is false; `rest`
+// says where, or what the caller does instead.
+bool PxrtBoundOrLog(const char* rest);
 
 }  // namespace vai

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 #include "interface/vai_export.h"
+#include "mtk/common/mtk_cfg_record.h"
 
 namespace MTK_VAINR_RAW_PROC {
 
@@ -18,15 +20,9 @@ struct VAINR_CamPars_ {
     uint32_t ISOBinIndex[16];     // upper gain bound of each bin, ascending
 };
 
-struct VAINR_CfgPars_ {
-    uint32_t processType;  // required in the file, not consulted
-    uint32_t LogLevel;
-    uint32_t RearCamNum;
-    uint32_t FrontCamNum;
-    uint32_t SwitchFrameNum;  // required in the file, not consulted
-    uint32_t DumpRangeIdx;    // 0: no dumps; else first request * 1000 + end request
-    VAINR_CamPars_ camPars[4];
-};
+struct VAINR_CfgPars_ : vai::mtk::CfgRecord<VAINR_CamPars_, 4> {};
+static_assert(std::is_standard_layout_v<VAINR_CfgPars_> &&
+              sizeof(VAINR_CfgPars_) == 24 + 4 * sizeof(VAINR_CamPars_));
 
 // Reads the project object named `project` (at most 16 characters, need not be NUL-terminated) into
 // `pars` over its current contents. False on any missing or mistyped key, on more cameras than the

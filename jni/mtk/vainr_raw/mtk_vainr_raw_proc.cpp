@@ -3,17 +3,15 @@
 #include <cinttypes>
 #include <cstdio>
 #include <iterator>
-#include <new>
 
-#include "algocore/utils/image_copy.h"
 #include "algocore/utils/iso_bins.h"
 #include "algocore/utils/status_code.h"
 #include "algocore/utils/timing.h"
 #include "algocore/utils/vai_log.h"
-#include "interface/backend.h"
 #include "interface/process_args.h"
 #include "interface/pxrt_binding.h"
 #include "mtk/common/mtk_cfg_reader.h"
+#include "mtk/common/mtk_lifecycle.h"
 #include "mtk/common/mtk_tensors.h"
 
 using vAIPROC::InitParams_;
@@ -120,9 +118,32 @@ void Dump(VAINR_Ctx_* ctx, const VAI_IMG_* img, const char* tag_format, int32_t 
              img->plane_size[0], tag, "packed_word", img->req_id, &ctx->dump_pars);
 }
 
-int CopyFrame(VAI_IMG_* out_img, VAI_IMG_* in_img) {
-    return NarrowStatus(CopyImage(out_img, in_img));
-}
+// What this back-end adds to the life cycle both MediaTek back-ends share.
+struct Lifecycle {
+    using Ctx = VAINR_Ctx_;
+    static constexpr const char* kCfgOwner = kSrcName;
+    static void Created(VAINR_Ctx_* ctx) {
+        SetDefaultCfg(&ctx->cfg);
+        ctx->cur_cam_type = 1;  // until the configuration is read
+    }
+    static void CopyModelNames(VAINR_Ctx_* ctx, const InitParams_& pars) {
+        for (size_t i = 0; i < std::size(ctx->model_name); ++i) {
+            const char* path = pars.model_path[i];
+            if (path != nullptr) std::snprintf(ctx->model_name[i], sizeof(ctx->model_name[i]), "%s", path);
+        }
+    }
+    static void DropTensors(VAINR_Ctx_* ctx) {
+        ctx->vai_handle.input_tensors[0].clear();
+        ctx->vai_handle.output_tensors[0].clear();
+    }
+    static void ReleaseSessions(VAINR_Ctx_* ctx) {
+        ReleaseModel(ctx, "runtime session is nullptr in uninit!");
+    }
+    static void Untrace(VAINR_Ctx_*) {}
+    static void ModelUninit(VAINR_Ctx_* ctx) {
+        ReleaseModel(ctx, "runtime session is nullptr in VAINR_Model_Uninit!");
+    }
+};
 
 }  // namespace
 }  // namespace mtk_raw
@@ -132,74 +153,18 @@ namespace MTK_VAINR_RAW_PROC {
 
 using namespace vai::mtk_raw;
 using vai::ElapsedUs;
+using vai::mtk::CopyFrame;
 
 const char* VAINR_GetVersion() {
     return kVersion;
 }
 
 void* VAINR_Init(const InitParams_* init_pars) {
-    if (init_pars == nullptr) {
-        VAI_LOGE("Input init pars is nullptr in initial function!");
-        return nullptr;
-    }
-    VAI_LOGV("VAINR_Init start!");
-    const timespec t0 = util_get_timestamp();
-    if (!vai::PxrtLoad()) return nullptr;
-
-    auto* ctx = new (std::nothrow) VAINR_Ctx_();
-    if (ctx == nullptr) {
-        VAI_LOGE("VAINR_Ctx_ allocation failed in initial function!");
-        vai::PxrtUnload();
-        return nullptr;
-    }
-    SetDefaultCfg(&ctx->cfg);
-    ctx->cur_cam_type = 1;
-    ctx->vai_handle.interpreter.reset(mPXRTCreateInterpreterFunc());
-    if (!ctx->vai_handle.interpreter) {
-        VAI_LOGE("interpreter == nullptr");
-        VAINR_Uninit(ctx);
-        return nullptr;
-    }
-    if (!LoadVAINRCfg_MTK(init_pars->cfg_path, init_pars->project_name, &ctx->cfg)) {
-        VAI_LOGE("Cfg parse failed in mtk_vainr_raw_proc!");
-        VAINR_Uninit(ctx);
-        return nullptr;
-    }
-    ctx->cur_cam_type = -1;
-    const uint32_t dump_idx = ctx->cfg.DumpRangeIdx;
-    ctx->dump_pars.dump_enable = dump_idx != 0;
-    ctx->dump_pars.dump_start = dump_idx / 1000;
-    ctx->dump_pars.dump_end = dump_idx % 1000;
-    g_log_level = static_cast<unsigned char>(ctx->cfg.LogLevel);
-    for (size_t i = 0; i < std::size(ctx->model_name); ++i) {
-        const char* path = init_pars->model_path[i];
-        if (path != nullptr) std::snprintf(ctx->model_name[i], sizeof(ctx->model_name[i]), "%s", path);
-    }
-    VAI_LOGV("init elapsed time is %ldus", ElapsedUs(t0, util_get_timestamp()));
-    return ctx;
+    return vai::mtk::InitInstance<Lifecycle>(init_pars);
 }
 
 int VAINR_Uninit(void* handle) {
-    if (handle == nullptr) {
-        VAI_LOGE("Input handle is nullptr in uninit!");
-        return SDK_UNINIT_ERROR;
-    }
-    VAI_LOGV("VAINR_Uninit start!");
-    const timespec t0 = util_get_timestamp();
-    auto* ctx = static_cast<VAINR_Ctx_*>(handle);
-    if (ctx->vai_handle.interpreter) {
-        ReleaseModel(ctx, "runtime session is nullptr in uninit!");
-        ctx->vai_handle.interpreter.reset();
-    } else {
-        ctx->vai_handle.input_tensors[0].clear();
-        ctx->vai_handle.output_tensors[0].clear();
-        VAI_LOGE("interpreter is nullptr in uninit!");
-    }
-    delete ctx;
-    // Only after the runtime's objects are gone: their code lives in the library.
-    vai::PxrtUnload();
-    VAI_LOGV("uninit elapsed time is %ldus", ElapsedUs(t0, util_get_timestamp()));
-    return SDK_SUCCESS;
+    return vai::mtk::UninitInstance<Lifecycle>(handle);
 }
 
 int VAINR_Model_Init(void* handle, const InitParams_* init_pars) {
@@ -219,8 +184,7 @@ int VAINR_Model_Init(void* handle, const InitParams_* init_pars) {
         VAINR_Uninit(ctx);
         return -1;
     }
-    if (!vai::PxrtBound()) {
-        VAI_LOGE("runtime library is unloaded in VAINR_Model_Init!");
+    if (!vai::PxrtBoundOrLog(" in VAINR_Model_Init!")) {
         VAINR_Uninit(ctx);
         return -1;
     }
@@ -250,20 +214,7 @@ int VAINR_Model_Init(void* handle, const InitParams_* init_pars) {
 }
 
 int VAINR_Model_Uninit(void* handle) {
-    if (handle == nullptr) {
-        VAI_LOGE("Input handle is nullptr in VAINR_Model_Uninit!");
-        return SDK_UNINIT_ERROR;
-    }
-    VAI_LOGV("VAINR_Model_Uninit start!");
-    const timespec t0 = util_get_timestamp();
-    auto* ctx = static_cast<VAINR_Ctx_*>(handle);
-    if (!ctx->vai_handle.interpreter) {
-        VAI_LOGE("interpreter is nullptr in VAINR_Model_Uninit!");
-        return SDK_UNINIT_ERROR;
-    }
-    ReleaseModel(ctx, "runtime session is nullptr in VAINR_Model_Uninit!");
-    VAI_LOGV("model_uninit elapsed time is %ldus", ElapsedUs(t0, util_get_timestamp()));
-    return SDK_SUCCESS;
+    return vai::mtk::ModelUninitInstance<Lifecycle>(handle);
 }
 
 int VAINR_Process(void* handle, VAI_IMG_* out_img, VAI_IMG_* in_img, const ProcParams_* params) {
@@ -290,10 +241,7 @@ int VAINR_Process(void* handle, VAI_IMG_* out_img, VAI_IMG_* in_img, const ProcP
         VAI_LOGE("m_session is null! only perform copy image!");
         return CopyFrame(out_img, in_img);
     }
-    if (!vai::PxrtBound()) {
-        VAI_LOGE("runtime library is unloaded! only perform copy image!");
-        return CopyFrame(out_img, in_img);
-    }
+    if (!vai::PxrtBoundOrLog("! only perform copy image!")) return CopyFrame(out_img, in_img);
     if (ctx->dump_pars.dump_enable) Dump(ctx, in_img, "s[%d]_mtk_raw_vainr_in", cam);
 
     // Zero copy: the runtime reads and writes the caller's buffers through their descriptors.

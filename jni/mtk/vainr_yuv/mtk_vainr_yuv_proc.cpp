@@ -2,18 +2,16 @@
 
 #include <cinttypes>
 #include <cstdio>
-#include <new>
 
 #include "algocore/memory/ALGOGalloc.h"
 #include "algocore/memory/ALGONativeGalloc.h"
-#include "algocore/utils/image_copy.h"
 #include "algocore/utils/iso_bins.h"
 #include "algocore/utils/status_code.h"
 #include "algocore/utils/timing.h"
 #include "algocore/utils/vai_log.h"
-#include "interface/backend.h"
 #include "interface/process_args.h"
 #include "interface/pxrt_binding.h"
+#include "mtk/common/mtk_lifecycle.h"
 #include "mtk/common/mtk_tensors.h"
 
 using vAIPROC::InitParams_;
@@ -154,6 +152,55 @@ void Dump(VAINR_Ctx_* ctx, const VAI_IMG_* img, const char* tag_format, int32_t 
              static_cast<uint32_t>(img->plane_size[0] * 3u / 2u), tag, "nv21", img->req_id, &ctx->dump_pars);
 }
 
+// What this back-end adds to the life cycle both MediaTek back-ends share.
+struct Lifecycle {
+    using Ctx = VAINR_Ctx_;
+    static constexpr const char* kCfgOwner = "MTK_VAINR_YUV_PROC";
+    static void Created(VAINR_Ctx_* ctx) {
+        SetDefaultCfg(&ctx->cfg);
+        vemo::Native::create(ctx, sizeof(*ctx), kSrcName, kTraceLineInstance);
+    }
+    static void CopyModelNames(VAINR_Ctx_* ctx, const InitParams_& pars) {
+        for (int mode = 0; mode < 2; ++mode) {
+            for (int cam = 0; cam < kMaxCams; ++cam) {
+                const char* path = pars.mtk_yuv_model_path[mode][cam];
+                if (path != nullptr) {
+                    std::snprintf(ctx->model_name[mode][cam], sizeof(ctx->model_name[mode][cam]), "%s", path);
+                } else {
+                    VAI_LOGE("cam_mode=%d, cam_type=%d model path is null", mode, cam);
+                }
+            }
+        }
+    }
+    // Each tensor is released, its slot kept.
+    static void DropTensors(VAINR_Ctx_* ctx) {
+        VAI_HANDLE_& h = ctx->vai_handle;
+        for (PXRT::TensorArray* a :
+             {&h.input_tensors[0], &h.output_tensors[0], &h.input_tensors[1], &h.output_tensors[1]}) {
+            for (auto& t : *a) t.reset();
+        }
+    }
+    // Only a missing session 1 is reported.
+    static void ReleaseSessions(VAINR_Ctx_* ctx) {
+        PXRT::Interpreter* interp = ctx->vai_handle.interpreter.get();
+        if (ctx->m_session[0] != nullptr) {
+            interp->ReleaseSession(ctx->m_session[0]);
+            ctx->m_session[0] = nullptr;
+        }
+        if (ctx->m_session[1] != nullptr) {
+            interp->ReleaseSession(ctx->m_session[1]);
+            ctx->m_session[1] = nullptr;
+        } else {
+            VAI_LOGW("runtime session is nullptr in uninit!");
+        }
+    }
+    static void Untrace(VAINR_Ctx_* ctx) {
+        vemo::AlgorithmMemory::nativeMemDec(
+            vemo::AlgorithmMemory::mapDelete(ctx, kSrcName, kTraceLineRelease));
+    }
+    static void ModelUninit(VAINR_Ctx_* ctx) { ReleaseModels(ctx); }
+};
+
 }  // namespace
 
 uint8_t ZoomScalar(int32_t cam, float base_zoom) {
@@ -186,6 +233,7 @@ namespace MTK_VAINR_YUV_PROC {
 
 using namespace vai::mtk_yuv;
 using vai::ElapsedUs;
+using vai::mtk::CopyFrame;
 
 const char* VAINR_GetVersion() {
     VAI_LOGV("vAINR version is: %s", kVersion);
@@ -193,86 +241,11 @@ const char* VAINR_GetVersion() {
 }
 
 void* VAINR_Init(const InitParams_* init_pars) {
-    if (init_pars == nullptr) {
-        VAI_LOGE("Input init pars is nullptr in initial function!");
-        return nullptr;
-    }
-    VAI_LOGV("VAINR_Init start!");
-    const timespec t0 = util_get_timestamp();
-    if (!vai::PxrtLoad()) return nullptr;
-
-    auto* ctx = new (std::nothrow) VAINR_Ctx_();
-    if (ctx == nullptr) {
-        VAI_LOGE("VAINR_Ctx_ allocation failed in initial function!");
-        vai::PxrtUnload();
-        return nullptr;
-    }
-    SetDefaultCfg(&ctx->cfg);
-    vemo::Native::create(ctx, sizeof(*ctx), kSrcName, kTraceLineInstance);
-    ctx->vai_handle.interpreter.reset(mPXRTCreateInterpreterFunc());
-    if (!ctx->vai_handle.interpreter) {
-        VAI_LOGE("interpreter == nullptr");
-        VAINR_Uninit(ctx);
-        return nullptr;
-    }
-    for (int mode = 0; mode < 2; ++mode) {
-        for (int cam = 0; cam < kMaxCams; ++cam) {
-            const char* path = init_pars->mtk_yuv_model_path[mode][cam];
-            if (path != nullptr) {
-                std::snprintf(ctx->model_name[mode][cam], sizeof(ctx->model_name[mode][cam]), "%s", path);
-            } else {
-                VAI_LOGE("cam_mode=%d, cam_type=%d model path is null", mode, cam);
-            }
-        }
-    }
-    if (!LoadVAINRCfg_MTK(init_pars->cfg_path, init_pars->project_name, &ctx->cfg)) {
-        VAI_LOGE("Cfg parse failed in MTK_VAINR_YUV_PROC!");
-        VAINR_Uninit(ctx);
-        return nullptr;
-    }
-    const uint32_t dump_idx = ctx->cfg.DumpRangeIdx;
-    ctx->dump_pars.dump_enable = dump_idx != 0;
-    ctx->dump_pars.dump_start = dump_idx / 1000;
-    ctx->dump_pars.dump_end = dump_idx % 1000;
-    g_log_level = static_cast<unsigned char>(ctx->cfg.LogLevel);
-    VAI_LOGV("init elapsed time is %ldus", ElapsedUs(t0, util_get_timestamp()));
-    return ctx;
+    return vai::mtk::InitInstance<Lifecycle>(init_pars);
 }
 
 int VAINR_Uninit(void* handle) {
-    if (handle == nullptr) {
-        VAI_LOGE("Input handle is nullptr in uninit!");
-        return SDK_UNINIT_ERROR;
-    }
-    VAI_LOGV("VAINR_Uninit start!");
-    const timespec t0 = util_get_timestamp();
-    auto* ctx = static_cast<VAINR_Ctx_*>(handle);
-    VAI_HANDLE_& h = ctx->vai_handle;
-    for (PXRT::TensorArray* a :
-         {&h.input_tensors[0], &h.output_tensors[0], &h.input_tensors[1], &h.output_tensors[1]}) {
-        for (auto& t : *a) t.reset();
-    }
-    if (h.interpreter) {
-        if (ctx->m_session[0] != nullptr) {
-            h.interpreter->ReleaseSession(ctx->m_session[0]);
-            ctx->m_session[0] = nullptr;
-        }
-        if (ctx->m_session[1] != nullptr) {
-            h.interpreter->ReleaseSession(ctx->m_session[1]);
-            ctx->m_session[1] = nullptr;
-        } else {
-            VAI_LOGW("runtime session is nullptr in uninit!");
-        }
-        h.interpreter.reset();
-    } else {
-        VAI_LOGE("interpreter is nullptr in uninit!");
-    }
-    vemo::AlgorithmMemory::nativeMemDec(vemo::AlgorithmMemory::mapDelete(ctx, kSrcName, kTraceLineRelease));
-    delete ctx;
-    // After the runtime's objects are gone: unlike the Qualcomm back-end, nothing runs its code later.
-    vai::PxrtUnload();
-    VAI_LOGV("uninit elapsed time is %ldus", ElapsedUs(t0, util_get_timestamp()));
-    return SDK_SUCCESS;
+    return vai::mtk::UninitInstance<Lifecycle>(handle);
 }
 
 int VAINR_Model_Init(void* handle, const InitParams_* init_pars) {
@@ -290,10 +263,7 @@ int VAINR_Model_Init(void* handle, const InitParams_* init_pars) {
         VAI_LOGE("cam_type(%d) or cam_mode(%d) is out of range in VAINR_Model_Init!", cam, mode);
         return -1;
     }
-    if (!vai::PxrtBound()) {
-        VAI_LOGE("runtime library is unloaded in VAINR_Model_Init!");
-        return -1;
-    }
+    if (!vai::PxrtBoundOrLog(" in VAINR_Model_Init!")) return -1;
     ctx->cur_cam_type = cam;
     g_is_inline_mode = init_pars->is_inline_mode;
     VAI_HANDLE_& h = ctx->vai_handle;
@@ -325,20 +295,7 @@ int VAINR_Model_Init(void* handle, const InitParams_* init_pars) {
 }
 
 int VAINR_Model_Uninit(void* handle) {
-    if (handle == nullptr) {
-        VAI_LOGE("Input handle is nullptr in VAINR_Model_Uninit!");
-        return SDK_UNINIT_ERROR;
-    }
-    VAI_LOGV("VAINR_Model_Uninit start!");
-    const timespec t0 = util_get_timestamp();
-    auto* ctx = static_cast<VAINR_Ctx_*>(handle);
-    if (!ctx->vai_handle.interpreter) {
-        VAI_LOGE("interpreter is nullptr in VAINR_Model_Uninit!");
-        return SDK_UNINIT_ERROR;
-    }
-    ReleaseModels(ctx);
-    VAI_LOGV("model_uninit elapsed time is %ldus", ElapsedUs(t0, util_get_timestamp()));
-    return SDK_SUCCESS;
+    return vai::mtk::ModelUninitInstance<Lifecycle>(handle);
 }
 
 int VAINR_Process(void* handle, VAI_IMG_* out_img, VAI_IMG_* in_img, const ProcParams_* params) {
@@ -352,16 +309,16 @@ int VAINR_Process(void* handle, VAI_IMG_* out_img, VAI_IMG_* in_img, const ProcP
     if (!CamInRecord(cam)) {
         VAI_LOGE("cam_type(%d) is out of the camera types 0..%d! execute copy in vAINR_yuv_mtk mode!", cam,
                  kMaxCams - 1);
-        return vai::NarrowStatus(CopyImage(out_img, in_img));
+        return CopyFrame(out_img, in_img);
     }
     const VAINR_CamPars_& c = ctx->cfg.camPars[cam];
     if (c.processEnable == 0) {
         VAI_LOGE("algo processing is disabled in cfg file! execute copy in vAINR_yuv_mtk mode!");
-        return vai::NarrowStatus(CopyImage(out_img, in_img));
+        return CopyFrame(out_img, in_img);
     }
     if (ctx->m_session[0] == nullptr) {
         VAI_LOGE("m_session is null! only perform copy image!");
-        return vai::NarrowStatus(CopyImage(out_img, in_img));
+        return CopyFrame(out_img, in_img);
     }
     if (ctx->dump_pars.dump_enable) Dump(ctx, in_img, "s[%d]_mtk_yuv_vainr_in", cam);
 
@@ -376,12 +333,9 @@ int VAINR_Process(void* handle, VAI_IMG_* out_img, VAI_IMG_* in_img, const ProcP
     void* session = ctx->m_session[s];
     if (session == nullptr) {
         VAI_LOGE("m_session is null! only perform copy image!");
-        return vai::NarrowStatus(CopyImage(out_img, in_img));
+        return CopyFrame(out_img, in_img);
     }
-    if (!vai::PxrtBound()) {
-        VAI_LOGE("runtime library is unloaded! only perform copy image!");
-        return vai::NarrowStatus(CopyImage(out_img, in_img));
-    }
+    if (!vai::PxrtBoundOrLog("! only perform copy image!")) return CopyFrame(out_img, in_img);
     // Zero copy: the runtime reads and writes the caller's buffers.
     PXRT::TensorArray inputs = h.input_tensors[s];
     PXRT::TensorArray outputs = h.output_tensors[s];

@@ -469,10 +469,7 @@ namespace {
 
 int SwitchBody(VAINR_Ctx_* ctx, int cam) {
     VAI_HANDLE_& h = ctx->vai_handle;
-    if (!vai::PxrtBound()) {
-        VAI_LOGE("runtime library is unloaded in VAINR_ModelSwitch!");
-        return kSwitchRuntimeFailed;
-    }
+    if (!vai::PxrtBoundOrLog(" in VAINR_ModelSwitch!")) return kSwitchRuntimeFailed;
     if (!ReleaseSession(ctx, true, "VAINR_ModelSwitch")) {
         VAI_LOGW("interpreter is nullptr in VAINR_ModelSwitch! Recreate interpreter now!");
         h.interpreter.reset(mPXRTCreateInterpreterFunc());
