@@ -9,7 +9,6 @@
 #include <array>
 #include <cmath>
 #include <cstdlib>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <random>
@@ -19,15 +18,12 @@
 #include "frame.h"
 #include "interface/VideoAIProc.h"
 #include "interface/pxrt_interface.h"
+#include "tool_test_util.h"
 
 namespace {
 
 const std::string kModels = std::string(VAI_TEST_SOURCE_DIR) + "/models/mode1/";
 const std::string kDir = VAI_TEST_BINARY_DIR;
-
-void WriteFile(const std::string& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary) << text;
-}
 
 using Tensor = std::shared_ptr<PXRT::ITensor>;
 
@@ -65,39 +61,31 @@ struct Runtime {
     }
 };
 
-std::string ReadFile(const std::string& path) {
-    std::ifstream f(path);
-    return std::string(std::istreambuf_iterator<char>(f), {});
-}
-
 // `text` with its first `from` replaced by `to`.
 std::string Sub(std::string text, const std::string& from, const std::string& to) {
     return text.replace(text.find(from), from.size(), to);
-}
-
-// A tensor entry of a manifest: hwc elements of `size` bytes, in 1/255 steps unless `scale` says otherwise.
-std::string Hwc(const std::string& name, int h, int w, int c, const std::string& type = "uint8",
-                size_t size = 1, const std::string& scale = "0.00392156862745098") {
-    return "{\"name\": \"" + name + "\", \"bytes\": " + std::to_string(h * w * c * size) +
-           ", \"layout\": \"hwc\", \"type\": \"" + type + "\", \"height\": " + std::to_string(h) +
-           ", \"width\": " + std::to_string(w) + ", \"channels\": " + std::to_string(c) +
-           ", \"scale\": " + scale + "}";
 }
 
 std::string Manifest(const std::string& onnx, const std::string& in, const std::string& out) {
     return "//\n{\"onnx\": \"" + onnx + "\", \"inputs\": [" + in + "], \"outputs\": [" + out + "]}";
 }
 
-// A 2x2-block tensor entry: `layout` holds the layout's own members.
+// A tensor entry of a manifest: `layout` holds the layout's own members.
 std::string Blocks(const std::string& name, size_t bytes, int h, int w, const std::string& layout) {
     return "{\"name\": \"" + name + "\", \"bytes\": " + std::to_string(bytes) +
            ", \"height\": " + std::to_string(h) + ", \"width\": " + std::to_string(w) + ", " + layout + "}";
 }
+// hwc elements of `size` bytes, in 1/255 steps unless `scale` says otherwise.
+std::string Hwc(const std::string& name, int h, int w, int c, const std::string& type = "uint8",
+                size_t size = 1, const std::string& scale = "0.00392156862745098") {
+    return Blocks(name, h * w * c * size, h, w,
+                  "\"layout\": \"hwc\", \"type\": \"" + type + "\", \"channels\": " + std::to_string(c) +
+                      ", \"scale\": " + scale);
+}
 // A parameter input of 16 elements handed to the network as planes.
 std::string Plane(const std::string& name, int h, int w, int c, const std::string& type) {
-    return "{\"name\": \"" + name +
-           "\", \"bytes\": 16, \"layout\": \"plane\", \"count\": 16, \"height\": " + std::to_string(h) +
-           ", \"width\": " + std::to_string(w) + ", \"channels\": " + std::to_string(c) + ", " + type + "}";
+    return Blocks(name, 16, h, w,
+                  "\"layout\": \"plane\", \"count\": 16, \"channels\": " + std::to_string(c) + ", " + type);
 }
 const std::string kNv21 = "\"layout\": \"nv21\", \"scale\": 0.00392156862745098";
 const std::string kBayer =

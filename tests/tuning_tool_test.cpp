@@ -5,16 +5,14 @@
 #include <rapidjson/pointer.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
-#include <sys/wait.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "tool_test_util.h"
 
 namespace {
 
@@ -30,22 +28,9 @@ std::string Sample(int mode) {
                                     : "qcom_vainr_yuv.json");
 }
 
-struct Result {
-    int status;
-    std::string out;
-};
-
-Result Tool(const std::string& args) {
-    FILE* p = popen((VAI_TOOL_CMD " " + args + " 2>/dev/null").c_str(), "r");
-    std::string out;
-    for (int ch; (ch = std::fgetc(p)) != EOF;) out += static_cast<char>(ch);
-    const int st = pclose(p);
-    return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, out};
-}
-
-std::string Read(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+// vaitool's exit status and what it wrote to stdout.
+ShellRun Tool(const std::string& args) {
+    return Shell(VAI_TOOL_CMD " " + args + " 2>/dev/null");
 }
 
 Document Json(const std::string& text) {
@@ -94,7 +79,7 @@ TEST(TuningTool, BrokenFiles) {
     };
     for (const Broken& row : rows) {
         SCOPED_TRACE(row.name);
-        Document d = Json(Read(Sample(row.mode)));
+        Document d = Json(ReadFile(Sample(row.mode)));
         size_t keep = std::string::npos;
         for (const auto& [at, to] : row.edits) {
             if (at.empty()) {
@@ -113,7 +98,7 @@ TEST(TuningTool, BrokenFiles) {
         d.Accept(w);
         const std::string file = VAI_TEST_BINARY_DIR "/tuning_broken.json";
         std::ofstream(file) << std::string(buf.GetString()).substr(0, keep);
-        const Result r =
+        const ShellRun r =
             Tool("check-config --json -m " + std::to_string(row.mode) + " " + row.args + " " + file);
         EXPECT_EQ(r.status, row.status);
         if (row.status == 2) {
@@ -192,7 +177,7 @@ TEST(TuningTool, SampleConfigs) {
     for (const auto& [mode, curves] : {std::pair{1, 2}, {9, 1}, {10, 2}}) {
         const std::string file = Sample(mode), args = " -m " + std::to_string(mode) + " ";
         SCOPED_TRACE(file);
-        const Result r = Tool("check-config --json" + args + file);
+        const ShellRun r = Tool("check-config --json" + args + file);
         EXPECT_EQ(r.status, 0);
         const Document report = Json(r.out);
         ASSERT_TRUE(report.IsObject()) << r.out;
@@ -202,8 +187,8 @@ TEST(TuningTool, SampleConfigs) {
         const std::string out = VAI_TEST_BINARY_DIR "/tuning_" + std::to_string(mode) + ".svg";
         ASSERT_EQ(Tool("plot" + args + "-o " + out + " " + file).status, 0);
         std::vector<Chart> charts;
-        ASSERT_TRUE(ScanSvg(Read(out), &charts));
-        const Document cfg = Json(Read(file));
+        ASSERT_TRUE(ScanSvg(ReadFile(out), &charts));
+        const Document cfg = Json(ReadFile(file));
         const Value& project = cfg["DemoProject"];
         ASSERT_EQ(charts.size(), project["RearCamNum"].GetUint() + project["FrontCamNum"].GetUint());
         for (size_t i = 0; i < charts.size(); ++i) {
