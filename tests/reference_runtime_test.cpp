@@ -121,6 +121,11 @@ TEST(ReferenceRuntime, ManifestsAndTheirErrors) {
         {"", "cannot open manifest"},
         {"{\"onnx\": ", "JSON error at offset 9"},
         {"[1]", "not a JSON object"},
+        {"{\"onnx\": " + std::string(100000, '['), "nested deeper than 128 levels"},
+        // A number RapidJSON's own conversion reads far outside its tables for.
+        {"{\"onnx\": 55550000050.0555" + std::string(60, '0') + "26043" + std::string(70, '0') + "26043806" +
+             std::string(180, '0') + "3e-350}",
+         "\"onnx\" must name"},
         {"{\"inputs\": []}", "\"onnx\" must name"},
         {Manifest(kDir + "/none.onnx", packed, d), "cannot read the network"},
         {Manifest(VAI_REFERENCE_RUNTIME_PATH, packed, d), "OpenCV:"},
