@@ -23,13 +23,12 @@ import argparse
 import os
 import time
 
-import numpy as np
 import torch
 import torch.nn as nn
 import torch.nn.functional as F
 
-from train import (FULL_WELL, GAMMA, READ_NOISE, TRAIN_FILES, VALIDATION_FILES, VALIDATION_ISOS, Denoiser, Luma,
-                   add_noise, batch, load_photo, pack, psnr, to_yuv420)
+from train import (FULL_WELL, GAMMA, READ_NOISE, TRAIN_FILES, VALIDATION_FILES, Denoiser, Luma,
+                   add_noise, batch, load_photo, pack, psnr, to_yuv420, validation_rows)
 
 BLACK, WHITE = 64.0, 1023.0
 
@@ -84,29 +83,22 @@ class RawNet(nn.Module):
         return self.net(x)
 
 
+def measure_mtk_yuv(model, clean, iso, gen):
+    x, target = yuv_pair(clean, iso, gen, torch.tensor([False]))
+    out = torch.floor(model(x).clamp(0, 1) * 255 + 0.5) / 255
+    return [psnr(x[:, :4], target[:, :4]), psnr(out[:, :4], target[:, :4]),
+            psnr(x[:, 4:], target[:, 4:]), psnr(out[:, 4:], target[:, 4:])]
+
+
+def measure_mtk_raw(model, clean, iso, gen):
+    x, target = raw_pair(clean, iso, gen, torch.tensor([[2.0, 1.7]]))
+    out = model(x).clamp(-BLACK / (WHITE - BLACK), 1)
+    return [psnr(x, target), psnr(out, target), 0, 0]
+
+
 def validate(kind, model, photos):
     """Mean PSNR in dB over the held-out photos per ISO: noisy input and network output vs clean."""
-    gen = torch.Generator().manual_seed(1234)
-    rows = []
-    model.eval()
-    with torch.no_grad():
-        for iso in VALIDATION_ISOS:
-            sums = np.zeros(4)
-            for p in photos:
-                clean = p.unsqueeze(0)
-                isos = torch.tensor([float(iso)])
-                if kind == "yuv":
-                    x, target = yuv_pair(clean, isos, gen, torch.tensor([False]))
-                    out = torch.floor(model(x).clamp(0, 1) * 255 + 0.5) / 255
-                    sums += [psnr(x[:, :4], target[:, :4]), psnr(out[:, :4], target[:, :4]),
-                             psnr(x[:, 4:], target[:, 4:]), psnr(out[:, 4:], target[:, 4:])]
-                else:
-                    x, target = raw_pair(clean, isos, gen, torch.tensor([[2.0, 1.7]]))
-                    out = model(x).clamp(-BLACK / (WHITE - BLACK), 1)
-                    sums += [psnr(x, target), psnr(out, target), 0, 0]
-            rows.append((iso, *(sums / len(photos))))
-    model.train()
-    return rows
+    return validation_rows(model, photos, measure_mtk_yuv if kind == "yuv" else measure_mtk_raw, 1, 4)
 
 
 def main():
