@@ -12,9 +12,10 @@ and a second input, the strength (yuv: the byte / 255; raw: the signed byte + 12
 frame's shape, which weights the network's correction: out = x + s (net(x) - x). The networks are trained
 blind at full strength; the weight is added at export, so strength 0 passes the frame through.
 
-Noise: the Poisson-Gaussian sensor model of train.py (ISO 200 to 12800). For yuv it is added in linear
-light before gamma, BT.601 YUV 4:2:0 and 8-bit quantisation; for raw the photos are taken back to linear
-light, given inverse white-balance gains, mosaicked to RGGB, made noisy and quantised to 10 bits.
+Noise: the Poisson-Gaussian sensor model of train.py (ISO 200 to 25600), on crops enlarged as there.
+For yuv it is added in linear light before gamma, BT.601 YUV 4:2:0 and 8-bit quantisation; for raw the
+photos are taken back to linear light, given inverse white-balance gains, mosaicked to RGGB, made noisy
+and quantised to 10 bits.
 
     /usr/bin/python3 models/train/train_mtk.py yuv
     /usr/bin/python3 models/train/train_mtk.py raw
@@ -23,13 +24,12 @@ import argparse
 import os
 import time
 
-import numpy as np
 import torch
 import torch.nn as nn
 import torch.nn.functional as F
 
-from train import (FULL_WELL, GAMMA, READ_NOISE, TRAIN_FILES, VALIDATION_FILES, VALIDATION_ISOS, Denoiser, Luma,
-                   add_noise, batch, load_photo, pack, psnr, to_yuv420)
+from train import (FULL_WELL, GAMMA, READ_NOISE, TRAIN_FILES, VALIDATION_FILES, Denoiser, Luma,
+                   add_noise, batch, load_photo, pack, psnr, to_yuv420, validation_rows)
 
 BLACK, WHITE = 64.0, 1023.0
 
@@ -76,37 +76,30 @@ class Gated(nn.Module):
 
 
 class RawNet(nn.Module):
-    def __init__(self, width, depth):
+    def __init__(self, width, depth, dilations=(1,)):
         super().__init__()
-        self.net = Luma(width, depth)
+        self.net = Luma(width, depth, dilations=dilations)
 
     def forward(self, x):
         return self.net(x)
 
 
+def measure_mtk_yuv(model, clean, iso, gen):
+    x, target = yuv_pair(clean, iso, gen, torch.tensor([False]))
+    out = torch.floor(model(x).clamp(0, 1) * 255 + 0.5) / 255
+    return [psnr(x[:, :4], target[:, :4]), psnr(out[:, :4], target[:, :4]),
+            psnr(x[:, 4:], target[:, 4:]), psnr(out[:, 4:], target[:, 4:])]
+
+
+def measure_mtk_raw(model, clean, iso, gen):
+    x, target = raw_pair(clean, iso, gen, torch.tensor([[2.0, 1.7]]))
+    out = model(x).clamp(-BLACK / (WHITE - BLACK), 1)
+    return [psnr(x, target), psnr(out, target), 0, 0]
+
+
 def validate(kind, model, photos):
     """Mean PSNR in dB over the held-out photos per ISO: noisy input and network output vs clean."""
-    gen = torch.Generator().manual_seed(1234)
-    rows = []
-    model.eval()
-    with torch.no_grad():
-        for iso in VALIDATION_ISOS:
-            sums = np.zeros(4)
-            for p in photos:
-                clean = p.unsqueeze(0)
-                isos = torch.tensor([float(iso)])
-                if kind == "yuv":
-                    x, target = yuv_pair(clean, isos, gen, torch.tensor([False]))
-                    out = torch.floor(model(x).clamp(0, 1) * 255 + 0.5) / 255
-                    sums += [psnr(x[:, :4], target[:, :4]), psnr(out[:, :4], target[:, :4]),
-                             psnr(x[:, 4:], target[:, 4:]), psnr(out[:, 4:], target[:, 4:])]
-                else:
-                    x, target = raw_pair(clean, isos, gen, torch.tensor([[2.0, 1.7]]))
-                    out = model(x).clamp(-BLACK / (WHITE - BLACK), 1)
-                    sums += [psnr(x, target), psnr(out, target), 0, 0]
-            rows.append((iso, *(sums / len(photos))))
-    model.train()
-    return rows
+    return validation_rows(model, photos, measure_mtk_yuv if kind == "yuv" else measure_mtk_raw, 1, 4)
 
 
 def main():
@@ -117,7 +110,10 @@ def main():
     ap.add_argument("--patch", type=int, default=64, help="crop size in pixels (multiple of 4)")
     ap.add_argument("--width", type=int, default=12)
     ap.add_argument("--depth", type=int, default=2)
-    ap.add_argument("--threads", type=int, default=2)
+    ap.add_argument("--dilation", default="1,2", help="dilations of the lowest-scale convolutions, cycled")
+    ap.add_argument("--max-scale", type=float, default=5.0, help="largest enlargement of a crop")
+    ap.add_argument("--max-iso", type=float, default=25600.0, help="highest ISO of the training noise")
+    ap.add_argument("--threads", type=int, default=1)
     ap.add_argument("--checkpoint", help="also save the trained weights here")
     ap.add_argument("--out", default=None, help="directory (default models/mode9 or models/mode10)")
     args = ap.parse_args()
@@ -131,13 +127,15 @@ def main():
     train = [load_photo(f) for f in TRAIN_FILES]
     held_out = [load_photo(f) for f in VALIDATION_FILES]
 
-    model = Denoiser(args.width, args.depth) if args.kind == "yuv" else RawNet(args.width, args.depth)
+    dilations = tuple(int(d) for d in args.dilation.split(","))
+    model = (Denoiser(args.width, args.depth, dilations=dilations) if args.kind == "yuv"
+             else RawNet(args.width, args.depth, dilations))
     channels = 6 if args.kind == "yuv" else 4
     print(f"parameters: {sum(p.numel() for p in model.parameters())}")
     opt = torch.optim.Adam(model.parameters(), lr=2e-3)
     sched = torch.optim.lr_scheduler.CosineAnnealingLR(opt, args.steps, eta_min=1e-5)
     for step in range(1, args.steps + 1):
-        clean, iso = batch(train, args.batch, args.patch, gen)
+        clean, iso = batch(train, args.batch, args.patch, gen, args.max_scale, args.max_iso)
         x, target = (yuv_pair if args.kind == "yuv" else raw_pair)(clean, iso, gen)
         out = model(x)
         if args.kind == "yuv":
