@@ -3,8 +3,6 @@
 
 #include <cmath>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <string>
 #include <tuple>
@@ -16,6 +14,7 @@
 #include "mtk/vainr_raw/mtk_vainr_raw_proc.h"
 #include "mtk/vainr_yuv/mtk_vainr_yuv_proc.h"
 #include "qcom_test_util.h"
+#include "tool_test_util.h"
 
 // A frame (camera, ISO, zoom ratio or DRC gain, caller strengths if any) and the bytes it must put into
 // inputs 1 and 2. Camera 1 has one bin, at 1000, with strengths 40 and 200.
@@ -202,7 +201,6 @@ TYPED_TEST(MtkTest, Configuration) {
         (std::vector<uint32_t>{c.camId, c.processEnable, c.NrStrength[2], c.NrStrength[3],
                                c.DetailStrength[2], c.DetailStrength[3], c.ISOBinIndex[2], c.ISOBinIndex[3]}),
         (std::vector<uint32_t>{1, 0, 3, 102, 6, 114, 30, 6400}));
-    EXPECT_EQ(std::memcmp(&cfg.camPars[2], &defaults.camPars[2], sizeof(c)), 0);
     ASSERT_TRUE(this->Load(Set(Set(Json<T>(), "FrontCamNum", "0"), "RearCamNum", "0")));
     EXPECT_EQ(std::memcmp(cfg.camPars, defaults.camPars, sizeof(cfg.camPars)), 0);
 
@@ -249,13 +247,12 @@ TYPED_TEST(MtkTest, InitAndItsFailures) {
     EXPECT_EQ(std::memcmp(&ctx->cfg.camPars[3], &cam3, sizeof(cam3)), 0);
     EXPECT_EQ(T::Uninit(std::exchange(handle, nullptr)), SDK_SUCCESS);
 
-    // No runtime library, a missing factory symbol, no interpreter, no configuration file: each makes
-    // init return null and leave nothing behind.
+    // No runtime library, a missing factory symbol, no interpreter: each makes init return null and
+    // leave nothing behind.
     const std::function<void()> failures[] = {
         [] { setenv("VAI_PXRT_LIBRARY", "/nonexistent/libPXRT.so", 1); },
         [] { setenv("VAI_PXRT_LIBRARY", VAI_TEST_RUNTIME_INCOMPLETE_PATH, 1); },
-        [] { pxrt_test::Fail(Op::kCreateInterpreter, 0); },
-        [&init] { init.p.cfg_path = "/nonexistent.json"; }};
+        [] { pxrt_test::Fail(Op::kCreateInterpreter, 0); }};
     for (const auto& fail : failures) {
         pxrt_test::Reset();
         setenv("VAI_PXRT_LIBRARY", VAI_TEST_RUNTIME_PATH, 1);
@@ -304,6 +301,8 @@ TYPED_TEST(MtkTest, ModelSetUp) {
     }
     EXPECT_EQ(T::ModelInit(nullptr, &init.p) + T::ModelInit(this->handle_, nullptr), -2);
     EXPECT_EQ(T::ModelUninit(nullptr), SDK_UNINIT_ERROR);
+    this->Ctx()->vai_handle.interpreter.reset();  // refused too, without touching the runtime
+    EXPECT_EQ(T::ModelUninit(this->handle_), SDK_UNINIT_ERROR);
 }
 
 // A failed set-up releases what it made: mode 10 destroys the instance with it, mode 9 keeps it usable.
@@ -368,35 +367,34 @@ TYPED_TEST(MtkTest, CopyPathsAndStatuses) {
     EXPECT_EQ(T::Process(this->handle_, nullptr, in.img(), &params), kNullImage);
 }
 
-// Requests in the dump range are written before and after the network, per camera.
+// A request in the dump range is written before and after the network, under its camera's name; the
+// range arithmetic itself is the init test's.
 TYPED_TEST(MtkTest, DumpsTheRequestRange) {
     using T = TypeParam;
     const std::string dir = qcom_test::TestFile("_dumps/");
     std::filesystem::remove_all(dir);
     setenv("VAI_DUMP_DIR", dir.c_str(), 1);
-    this->Start({{64, 16}, {64}}, Set(Json<T>(), "DumpRangeIdx", "1003"));  // requests 1 and 2
+    this->Start({{64, 16}, {64}}, Set(Json<T>(), "DumpRangeIdx", "1"));  // request 0 alone
     std::vector<uint8_t> frames[2] = {std::vector<uint8_t>(192), std::vector<uint8_t>(192, 9)};
     for (int i = 0; i < 192; ++i) frames[0][i] = static_cast<uint8_t>(i);
     vAIPROC::VAI_IMG_* imgs[2] = {this->in_->img(), this->out_->img()};
     for (int k = 0; k < 2; ++k) {  // one contiguous buffer, as NV21 dumps read it
         imgs[k]->plane_addr[0] = frames[k].data(), imgs[k]->plane_addr[1] = frames[k].data() + 128;
     }
-    for (uint64_t req = 0; req < 5; ++req) {
+    for (uint64_t req = 0; req < 2; ++req) {
         imgs[0]->req_id = imgs[1]->req_id = req;
-        ASSERT_EQ(this->Process(req == 2 ? 2 : 0), SDK_SUCCESS);
+        ASSERT_EQ(this->Process(2), SDK_SUCCESS);
     }
     unsetenv("VAI_DUMP_DIR");
-    std::map<std::string, std::vector<uint8_t>> dumps, expected;
+    std::map<std::string, std::string> dumps, expected;
     for (const auto& e : std::filesystem::directory_iterator(dir)) {
         const std::string name = e.path().filename().string();  // the time before "_req" varies
-        std::ifstream f(e.path(), std::ios::binary);
-        dumps[name.substr(name.find("_req"))].assign(std::istreambuf_iterator<char>(f), {});
+        dumps[name.substr(name.find("_req"))] = ReadFile(e.path());
     }
-    for (const char* req : {"_req1_16x8_s[0]", "_req2_16x8_s[2]"}) {
-        for (int k = 0; k < 2; ++k) {
-            expected[req + std::string("_mtk_") + T::kName + "_vainr_" + (k ? "out." : "in.") + T::kDumpExt]
-                .assign(frames[k].begin(), frames[k].begin() + 64 * T::kDumpHalves);
-        }
+    for (int k = 0; k < 2; ++k) {
+        expected[std::string("_req0_16x8_s[2]_mtk_") + T::kName + "_vainr_" + (k ? "out." : "in.") +
+                 T::kDumpExt]
+            .assign(frames[k].begin(), frames[k].begin() + 64 * T::kDumpHalves);
     }
     EXPECT_EQ(dumps, expected);
 }
