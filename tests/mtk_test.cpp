@@ -267,77 +267,73 @@ TYPED_TEST(MtkTest, InitAndItsFailures) {
     EXPECT_STREQ(Video_AI_Proc_GetVersion(T::kMode), T::kVersion);
 }
 
-// Session options and parameter tensors by model layout, for camera 2, each set-up released again.
+// A failed set-up releases what it made: mode 10 destroys the instance with it, mode 9 keeps it usable.
+// Then session options and parameter tensors by model layout, for camera 2, each set-up released again.
 TYPED_TEST(MtkTest, ModelSetUp) {
     using T = TypeParam;
     Rows three = {{1, 0, 16, 1, 1, 10, -1, 0}, {1, 0, 200, 2, 1, 10, -1, 0}};
     if (T::kOutputParams) three.push_back({1, 0, 8, 1, 1, 10, -1, 0});
-    const std::pair<pxrt_test::SessionLayout, Rows> cases[] = {
-        {{{64}, {64}}, {}},
-        {{{64, 16}, {64}}, {{1, 0, 16, 1, 1, 10, -1, 0}}},
-        {{{64, 16, 200}, {64, 8}}, three},
-        {{{64, 256, 4}, {64}}, {}},  // input 1 too large to be a parameter
-    };
+    const pxrt_test::SessionLayout usual{{64, 16, 16}, {64, 16}};
     Init<T> init(Json<T>(Set(kHead, "RearCamNum", "2"), {Cam<T>(), Cam<T>(), Cam<T>(kTables, 1, 33)}), 2);
-    ASSERT_NE(this->handle_ = T::Init(&init.p), nullptr);
-    for (const auto& [layout, expected] : cases) {
+    void*& handle = this->handle_;
+    const struct {
+        pxrt_test::SessionLayout layout;
+        std::function<void()> fail;  // null: the set-up succeeds with `tensors`
+        Rows tensors = {};
+    } cases[] = {
+        {usual, [] { pxrt_test::Fail(Op::kCreateSession, 7); }},
+        {usual, [] { pxrt_test::Fail(Op::kCreateSession, 0); }},  // success without a session
+        {usual, [] { pxrt_test::Fail(Op::kGetSessionInputNumber, 7); }},
+        {usual, [] { pxrt_test::Fail(Op::kGetSessionInputSize, 7, 1); }},
+        {usual, [] { pxrt_test::Fail(Op::kGetSessionOutputNumber, 7); }},
+        {usual, [] { pxrt_test::Fail(Op::kGetSessionOutputSize, 7); }},
+        {{{64, 1, 1, 1, 1}, {64}}, [] {}},  // more inputs than the handle holds
+        {{{64}, {64, 1, 1, 1, 1}},
+         T::kOutputParams ? [] {} : std::function<void()>()},  // mode 9 has no output parameters
+        {usual,
+         [&] { this->Ctx()->vai_handle.interpreter.reset(), pxrt_test::Fail(Op::kCreateInterpreter, 0); }},
+        {usual, [&init] { init.p.cam_type = T::kCams; }},
+        {usual, [&init] { init.p.cam_type = -1; }},
+        {{{64}, {64}}, nullptr, {}},  // after the failures: mode 9 reuses its instance
+        {{{64, 16}, {64}}, nullptr, {{1, 0, 16, 1, 1, 10, -1, 0}}},
+        {{{64, 16, 200}, {64, 8}}, nullptr, three},
+        {{{64, 256, 4}, {64}}, nullptr, {}},  // input 1 too large to be a parameter
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
         pxrt_test::Reset();
-        pxrt_test::SetDefaultLayout(layout);
-        ASSERT_EQ(T::ModelInit(this->handle_, &init.p), 2);
+        pxrt_test::SetDefaultLayout(c.layout);
+        init.p.cam_type = 2;
+        if (handle == nullptr) handle = T::Init(&init.p);
+        ASSERT_NE(handle, nullptr);
+        if (c.fail) {
+            c.fail();
+            EXPECT_EQ(T::ModelInit(handle, &init.p), -1);
+            if (!T::kKeepsHandle) handle = nullptr;
+            EXPECT_EQ(pxrt_test::LiveObjects().sessions + pxrt_test::LiveObjects().tensors, 0);
+            EXPECT_TRUE(T::kKeepsHandle || qcom_test::TornDown());
+            continue;
+        }
+        ASSERT_EQ(T::ModelInit(handle, &init.p), 2);
         const pxrt_test::Call s = pxrt_test::Calls(Op::kCreateSession).at(0);
         EXPECT_EQ((std::vector<int64_t>{s.device, s.flags, s.mode[0], s.mode[1], s.mode[2], s.boost,
                                         int64_t(s.output_names.size()), s.reserved0, s.reserved1}),
                   (std::vector<int64_t>{1, 2048, 2, 0, 1, 33, 0, 0, 0}));
         EXPECT_EQ(s.model_path, "model2");
-        EXPECT_EQ(TensorCalls(this->Ctx()->m_session[0]), expected);
+        EXPECT_EQ(TensorCalls(this->Ctx()->m_session[0]), c.tensors);
         // The first parameter tensor is listed twice: its first place is the frame's.
         const VAI_HANDLE_& h = this->Ctx()->vai_handle;
         for (const PXRT::TensorArray* a : {&h.input_tensors[0], &h.output_tensors[0]}) {
             EXPECT_TRUE(a->empty() || ((*a)[0] == (*a)[1] && (*a)[0] != nullptr));
         }
-        EXPECT_EQ(T::ModelInit(this->handle_, &init.p), 2);  // releases the first
-        EXPECT_EQ(T::ModelUninit(this->handle_), SDK_SUCCESS);
+        EXPECT_EQ(T::ModelInit(handle, &init.p), 2);  // releases the first
+        EXPECT_EQ(T::ModelUninit(handle), SDK_SUCCESS);
         EXPECT_EQ(pxrt_test::LiveObjects().sessions + pxrt_test::LiveObjects().tensors, 0);
     }
-    EXPECT_EQ(T::ModelInit(nullptr, &init.p) + T::ModelInit(this->handle_, nullptr), -2);
+    EXPECT_EQ(T::ModelInit(nullptr, &init.p) + T::ModelInit(handle, nullptr), -2);
     EXPECT_EQ(T::ModelUninit(nullptr), SDK_UNINIT_ERROR);
     this->Ctx()->vai_handle.interpreter.reset();  // refused too, without touching the runtime
-    EXPECT_EQ(T::ModelUninit(this->handle_), SDK_UNINIT_ERROR);
-}
-
-// A failed set-up releases what it made: mode 10 destroys the instance with it, mode 9 keeps it usable.
-TYPED_TEST(MtkTest, FailedModelSetUp) {
-    using T = TypeParam;
-    Init<T> init(Json<T>(), 1);
-    void*& handle = this->handle_;
-    const pxrt_test::SessionLayout five_in{{64, 1, 1, 1, 1}, {64}}, five_out{{64}, {64, 1, 1, 1, 1}};
-    std::vector<std::function<void()>> cases = {
-        [] { pxrt_test::Fail(Op::kCreateSession, 7); },
-        [] { pxrt_test::Fail(Op::kCreateSession, 0); },  // success without a session
-        [] { pxrt_test::Fail(Op::kGetSessionInputNumber, 7); },
-        [] { pxrt_test::Fail(Op::kGetSessionInputSize, 7, 1); },
-        [] { pxrt_test::Fail(Op::kGetSessionOutputNumber, 7); },
-        [] { pxrt_test::Fail(Op::kGetSessionOutputSize, 7); },
-        [&] { pxrt_test::SetDefaultLayout(five_in); },  // more inputs than the handle holds
-        [&] { this->Ctx()->vai_handle.interpreter.reset(), pxrt_test::Fail(Op::kCreateInterpreter, 0); },
-        [&init] { init.p.cam_type = T::kCams; },
-        [&init] { init.p.cam_type = -1; },
-    };
-    if (T::kOutputParams) cases.push_back([&] { pxrt_test::SetDefaultLayout(five_out); });
-    for (size_t i = 0; i <= cases.size(); ++i) {
-        pxrt_test::Reset();
-        pxrt_test::SetDefaultLayout({{64, 16, 16}, {64, 16}});
-        init.p.cam_type = 1;
-        if (handle == nullptr) handle = T::Init(&init.p);
-        ASSERT_NE(handle, nullptr);
-        if (i == cases.size()) break;
-        cases[i]();
-        EXPECT_EQ(T::ModelInit(handle, &init.p), -1) << i;
-        if (!T::kKeepsHandle) handle = nullptr;
-        EXPECT_EQ(pxrt_test::LiveObjects().sessions + pxrt_test::LiveObjects().tensors, 0) << i;
-        EXPECT_TRUE(T::kKeepsHandle || qcom_test::TornDown()) << i;
-    }
-    EXPECT_EQ(T::ModelInit(handle, &init.p), 1);  // the instance is still usable
+    EXPECT_EQ(T::ModelUninit(handle), SDK_UNINIT_ERROR);
 }
 
 // Frames the network cannot take are copied; a failed Run leaves the output to the runtime.
@@ -430,7 +426,6 @@ TYPED_TEST(MtkTest, ParameterBytesOnSealedFrames) {
             EXPECT_EQ(
                 TensorCalls(this->Ctx()->m_session[0]),
                 (Rows{{1, in, 96, 0, 1, T::kFrameKind, 21, 0}, {1, out, 48, 0, 1, T::kFrameKind, 22, 0}}));
-            EXPECT_EQ(pxrt_test::Calls(Op::kRun).at(0).session, this->Ctx()->m_session[0]);
             EXPECT_LE(pxrt_test::LiveObjects().tensors, live + 2);
         }
         EXPECT_EQ(T::Uninit(std::exchange(this->handle_, nullptr)), SDK_SUCCESS);
