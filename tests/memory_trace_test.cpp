@@ -385,7 +385,7 @@ TEST_F(MemoryTraceTest, OnlyACompleteRecordEnablesTheHandOffToTheHostsTrace) {
     Native::free(a, kF, kL);
     EXPECT_EQ(memMap.size() + usingSize, 0u);
     EXPECT_EQ(APS::mapAPSNativeMapInsert(A, 64, kF, kL), 64u);
-    EXPECT_EQ(APS::mapAPSNativeMapInsert(A, 128, kF, kL), 0u);  // the first wins; duplicates, strays logged
+    EXPECT_EQ(APS::mapAPSNativeMapInsert(A, 128, kF, kL), 0u);  // the first wins
     EXPECT_EQ(APS::mapAPSNativeMapDelete(A + 8, kF, kL) + APS::mapAPSNativeMapDelete(A, kF, kL), 64u);
     EXPECT_EQ(APS::mapAPSHardwareBuffInsert(A, 4096, kF, kL, 11, 22, 33), 1);  // counted by reference
     EXPECT_EQ(APS::mapAPSHardwareBuffInsert(A, 999, kF, 5, 0, 0, 0), 2);
