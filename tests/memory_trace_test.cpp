@@ -247,9 +247,7 @@ TEST_F(MemoryTraceTest, TraceInitFollowsTheModeOrTheDebugProperty) {
         AM::mapPrint(vemo::ALGO_HARDWARE_BUFFER);  // while off, only the switch is printed
         EXPECT_EQ(log_->Count("sDebugEnable: " + std::to_string(c.enabled)) + log_->Count("map print"),
                   c.enabled ? 3u : 1u);
-        const unsigned long deleted = AM::mapDelete(A, kF, kL);
-        EXPECT_EQ(deleted, c.enabled ? 100u : 0u);
-        AM::nativeMemDec(deleted);
+        AM::nativeMemDec(AM::mapDelete(A, kF, kL));
         AM::sInputHandle = nullptr;
     }
 }
@@ -387,9 +385,8 @@ TEST_F(MemoryTraceTest, OnlyACompleteRecordEnablesTheHandOffToTheHostsTrace) {
     Native::free(a, kF, kL);
     EXPECT_EQ(memMap.size() + usingSize, 0u);
     EXPECT_EQ(APS::mapAPSNativeMapInsert(A, 64, kF, kL), 64u);
-    EXPECT_EQ(APS::mapAPSNativeMapInsert(A, 128, kF, kL), 0u);  // the first wins; duplicates, strays logged
+    EXPECT_EQ(APS::mapAPSNativeMapInsert(A, 128, kF, kL), 0u);  // the first wins
     EXPECT_EQ(APS::mapAPSNativeMapDelete(A + 8, kF, kL) + APS::mapAPSNativeMapDelete(A, kF, kL), 64u);
-    EXPECT_TRUE(log_->Contains("ignore it!, Source File: caller.cpp") && log_->Contains("not in aps map!"));
     EXPECT_EQ(APS::mapAPSHardwareBuffInsert(A, 4096, kF, kL, 11, 22, 33), 1);  // counted by reference
     EXPECT_EQ(APS::mapAPSHardwareBuffInsert(A, 999, kF, 5, 0, 0, 0), 2);
     for (int refs : {1, -1, -1}) {  // -1: gone; the third release is of an unknown buffer
